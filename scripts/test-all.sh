@@ -1,0 +1,13 @@
+#!/bin/sh
+# Every test: the 64-bit, the 32-bit and the sanitizer builds, one after the
+# other; the first failure stops the run.
+set -eu
+cd "$(dirname "$0")/.."
+sh scripts/install-deps.sh
+jobs="$(nproc)"
+for preset in x64 x86 asan; do
+  echo "== $preset =="
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  ctest --preset "$preset" -j "$jobs"
+done

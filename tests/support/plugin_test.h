@@ -1,0 +1,67 @@
+// The fixture of every behaviour suite: a simulated host and a freshly loaded
+// plug-in per test, rerun on the three registration paths (class extension,
+// modules, record version 9) and on both guard-page placements. The
+// reference ledger is checked after the test; a test checks it after each
+// call with EXPECT_BALANCED.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "host/sim_host.h"
+#include "host/loaded_plugin.h"
+
+struct HostSetup {
+  std::string name;
+  std::optional<double> version;  // nullopt: the host does not say
+  Placement placement;
+};
+
+inline void PrintTo(const HostSetup& setup, std::ostream* out) { *out << setup.name; }
+
+// 3000.0 (class extension), 2020.0 (modules), no version (record version 9),
+// each with storage ending at a guard page and starting after one.
+std::vector<HostSetup> behaviour_hosts();
+std::string host_setup_name(const ::testing::TestParamInfo<HostSetup>& info);
+
+using Bytes = std::vector<uint8_t>;
+
+class PluginTest : public ::testing::TestWithParam<HostSetup> {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  SimHost& host() { return *host_; }
+  const LoadedPlugin& plugin() { return *plugin_; }
+
+  REALmemoryBlock block(const Bytes& bytes) { return host_->newBlock(bytes); }
+  Bytes bytes(REALmemoryBlock b) const {
+    auto span = host_->bytes(b);
+    return Bytes(span.begin(), span.end());
+  }
+  // Takes a method's result over from the plug-in and gives back its bytes
+  // (nullopt for nil); the test releases it at the end.
+  std::optional<Bytes> take_block(REALmemoryBlock result);
+
+  std::unique_ptr<SimHost> host_;
+  std::unique_ptr<LoadedPlugin> plugin_;
+  std::vector<const void*> taken_;
+};
+
+// The plug-in holds no reference beyond `baseline`, released nothing it did
+// not hold and lent no string data it did not get back.
+::testing::AssertionResult LedgerBalanced(const SimHost& host, int baseline = 0);
+#define EXPECT_BALANCED(host) EXPECT_TRUE(LedgerBalanced(host))
+
+// What was raised since the last check: nothing, or exactly one exception.
+::testing::AssertionResult RaisedNothing(SimHost& host);
+::testing::AssertionResult RaisedOnce(SimHost& host, const std::string& className, const std::string& message);
+#define EXPECT_NOTHING_RAISED(host) EXPECT_TRUE(RaisedNothing(host))
+#define EXPECT_RAISED(host, className, message) EXPECT_TRUE(RaisedOnce(host, className, message))
+
+#define INSTANTIATE_ON_EVERY_HOST(suite) \
+  INSTANTIATE_TEST_SUITE_P(Hosts, suite, ::testing::ValuesIn(behaviour_hosts()), host_setup_name)

@@ -1,0 +1,226 @@
+// vekhost: the simulated host on the command line.
+//
+//   vekhost list [--host-version V|none] [--missing SERVICE]... [PLUGIN]
+//       loads the plug-in as a host of that version would and prints what it
+//       registered: record version, classes, properties, methods with their
+//       declarations and flags, modules with their rewritten declarations.
+//   vekhost tour [PLUGIN]
+//       runs a short session of calls on real blocks, with hex dumps.
+//
+// PLUGIN defaults to the libmemoryblockvek.so of the build folder this
+// vekhost was built in.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/loaded_plugin.h"
+#include "host/sim_host.h"
+
+namespace {
+struct Options {
+  std::string command;
+  std::optional<double> version = 3000.0;
+  std::vector<std::string> missing;
+  std::string plugin;
+};
+
+std::string default_plugin() {
+  char self[4096];
+  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  if (n <= 0) return "libmemoryblockvek.so";
+  std::string path(self, static_cast<size_t>(n));
+  path = path.substr(0, path.rfind('/'));        // .../build/x64/tools
+  return path.substr(0, path.rfind('/')) + "/libmemoryblockvek.so";
+}
+
+int usage() {
+  std::fprintf(stderr,
+               "usage: vekhost list [--host-version V|none] [--missing SERVICE]... [PLUGIN]\n"
+               "       vekhost tour [PLUGIN]\n");
+  return 2;
+}
+
+std::optional<Options> parse(int argc, char** argv) {
+  if (argc < 2) return std::nullopt;
+  Options options;
+  options.command = argv[1];
+  if (options.command != "list" && options.command != "tour") return std::nullopt;
+  for (int i = 2; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--host-version" && i + 1 < argc && options.command == "list") {
+      std::string value = argv[++i];
+      if (value == "none") {
+        options.version.reset();
+      } else {
+        char* end = nullptr;
+        options.version = std::strtod(value.c_str(), &end);
+        if (end == value.c_str() || *end != '\0') return std::nullopt;
+      }
+    } else if (arg == "--missing" && i + 1 < argc && options.command == "list") {
+      options.missing.push_back(argv[++i]);
+    } else if (!arg.starts_with("-") && options.plugin.empty()) {
+      options.plugin = arg;
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (options.plugin.empty()) options.plugin = default_plugin();
+  return options;
+}
+
+std::string version_text(const std::optional<double>& version) {
+  if (!version) return "none (no \"REALGetRBVersion\")";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f", *version);
+  return text;
+}
+
+// -- list ------------------------------------------------------------------
+
+void print_methods(const std::vector<MethodReg>& methods, const char* indent) {
+  for (size_t i = 0; i < methods.size(); ++i) {
+    const MethodReg& m = methods[i];
+    std::printf("%s%3zu  flags %-2d %-7s %s\n", indent, i + 1, m.flags, m.setter != nullptr ? "setter" : "",
+                m.declaration.c_str());
+  }
+}
+
+void print_class(const char* kind, const ClassReg& c) {
+  std::printf("%s \"%s\"\n", kind, c.name.c_str());
+  std::printf("    record version %d, %zu words, flags %d, data size %d at offset %d, dispose %s\n",
+              c.recordVersion, c.recordWords.size(), c.flags, c.dataSize, c.dataOffset,
+              c.dispose != nullptr ? "yes" : "none");
+  std::printf("    properties (%zu):\n", c.properties.size());
+  for (const PropertyReg& p : c.properties) {
+    std::printf("          flags %-2d %-12s as %s%s\n", p.flags, p.name.c_str(), p.type.c_str(),
+                p.setter != nullptr ? " (settable)" : "");
+  }
+  std::printf("    methods (%zu):\n", c.methods.size());
+  print_methods(c.methods, "      ");
+}
+
+int list(const Options& options) {
+  HostConfig config;
+  config.version = options.version;
+  for (const std::string& name : options.missing) config.missing.insert(name);
+  SimHost host(config);
+  LoadedPlugin plugin(options.plugin.c_str());
+  plugin.start(host);
+  const Registry& registry = host.registry();
+
+  std::printf("host version   %s\n", version_text(options.version).c_str());
+  std::printf("plug-in        %s\n", options.plugin.c_str());
+  if (!options.missing.empty()) {
+    std::printf("missing        ");
+    for (const std::string& name : options.missing) std::printf("%s ", name.c_str());
+    std::printf("\n");
+  }
+  if (registry.pluginVersion) {
+    std::printf("record version %d\n", *registry.pluginVersion);
+  } else {
+    std::printf("record version not reported\n");
+  }
+  std::printf("\n");
+  for (const ClassReg& c : registry.extensions) print_class("class extension", c), std::printf("\n");
+  for (const ClassReg& c : registry.classes) print_class("class", c), std::printf("\n");
+  for (const ModuleReg& m : registry.modules) {
+    std::printf("module \"%s\"\n    record version %d, %zu entries\n", m.name.c_str(), m.recordVersion,
+                m.methods.size());
+    print_methods(m.methods, "      ");
+    std::printf("\n");
+  }
+  std::printf("global methods (%zu):\n", registry.globals.size());
+  print_methods(registry.globals, "      ");
+  if (registry.rejectedRecords != 0) std::printf("\nrecords the host could not read: %d\n", registry.rejectedRecords);
+  return 0;
+}
+
+// -- tour ------------------------------------------------------------------
+
+void dump(const char* label, const SimHost& host, REALmemoryBlock block) {
+  std::printf("  %-28s", label);
+  if (block == nullptr) {
+    std::printf("nil\n");
+    return;
+  }
+  auto bytes = host.bytes(block);
+  std::printf("%2zu bytes:", bytes.size());
+  for (uint8_t b : bytes) std::printf(" %02X", b);
+  std::printf("\n");
+}
+
+void report_raised(SimHost& host) {
+  for (const Raised& r : host.takeRaised()) {
+    std::printf("  %-28sraised %s \"%s\"\n", "", r.className.c_str(), r.message.value_or("").c_str());
+  }
+}
+
+int tour(const Options& options) {
+  SimHost host;
+  LoadedPlugin plugin(options.plugin.c_str());
+  plugin.start(host);
+  std::printf("host version   %s\n", version_text(3000.0).c_str());
+  std::printf("plug-in        %s\n\n", options.plugin.c_str());
+
+  using One = REALmemoryBlock(REALmemoryBlock, int32_t);
+  using Two = REALmemoryBlock(REALmemoryBlock, int32_t, int32_t);
+  using Join = REALmemoryBlock(REALmemoryBlock, REALmemoryBlock);
+  auto mid1 = plugin.method<One>("MidVEK(offset as integer) as Memoryblock");
+  auto mid2 = plugin.method<Two>("MidVEK(offset As Integer, length As Integer) as Memoryblock");
+  auto left = plugin.method<One>("LeftVEK(length as integer) as Memoryblock");
+  auto right = plugin.method<One>("RightVEK(length As Integer) as Memoryblock");
+  auto append = plugin.method<Join>("AppendVEK(other as Memoryblock) as Memoryblock");
+
+  const uint8_t one_to_ten[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+  REALmemoryBlock block = host.newBlock(one_to_ten);
+  REALmemoryBlock tail = host.newBlock(std::vector<uint8_t>{0xA0, 0xB0, 0xC0});
+  std::vector<REALmemoryBlock> results;
+  auto show = [&](const char* label, REALmemoryBlock result) {
+    host.adopt(result);
+    if (result != nullptr) results.push_back(result);
+    dump(label, host, result);
+    report_raised(host);
+  };
+
+  std::printf("sub-blocks of a 10-byte block\n");
+  dump("block", host, block);
+  show("block.MidVEK(2, 3)", mid2(block, 2, 3));
+  show("block.MidVEK(8, 100)", mid2(block, 8, 100));
+  show("block.MidVEK(9)", mid1(block, 9));
+  show("block.MidVEK(10)", mid1(block, 10));
+  show("block.LeftVEK(3)", left(block, 3));
+  show("block.RightVEK(3)", right(block, 3));
+  dump("tail", host, tail);
+  show("block.AppendVEK(tail)", append(block, tail));
+
+  std::printf("\nrefused calls\n");
+  show("nil.MidVEK(0, 1)", mid2(nullptr, 0, 1));
+  show("block.AppendVEK(nil)", append(block, nullptr));
+  show("block.MidVEK(-1, 3)", mid2(block, -1, 3));
+
+  for (REALmemoryBlock r : results) host.release(r);
+  host.release(block);
+  host.release(tail);
+  LedgerReport ledger = host.ledger();
+  std::printf("\nreferences held by the plug-in afterwards: %d, over-released: %d\n", ledger.pluginHeld,
+              ledger.overReleased);
+  return ledger.pluginHeld == 0 && ledger.overReleased == 0 ? 0 : 1;
+}
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::optional<Options> options = parse(argc, argv);
+  if (!options) return usage();
+  try {
+    return options->command == "list" ? list(*options) : tour(*options);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "vekhost: %s\n", error.what());
+    return 1;
+  }
+}
