@@ -51,9 +51,14 @@ inline void REALRegisterClassExtension(REALclassDefinition* definition) {
   if (auto fn = resolve(cell, "PluginRegisterClassExtension")) fn(definition);
 }
 
-inline void REALRegisterModule(REALmoduleDefinition* module) {
+// False when the host has no such service: the module is then the caller's
+// to free.
+inline bool REALRegisterModule(REALmoduleDefinition* module) {
   static std::atomic<void (*)(REALmoduleDefinition*)> cell;
-  if (auto fn = resolve(cell, "PluginRegisterModule")) fn(module);
+  auto fn = resolve(cell, "PluginRegisterModule");
+  if (fn == nullptr) return false;
+  fn(module);
+  return true;
 }
 
 inline void REALRegisterMethod(REALmethodDefinition* method) {

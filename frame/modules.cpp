@@ -133,7 +133,10 @@ void BuildExtensionModule() {
   module->version = CurrentREALControlVersion;
   module->methods = entries;
   module->methodCount = count;
-  REALRegisterModule(module);
+  if (!REALRegisterModule(module)) {
+    std::free(const_cast<char*>(module->name));
+    abandon();
+  }
 }
 
 void BuildGlobalsModule() {
@@ -155,7 +158,11 @@ void BuildGlobalsModule() {
   module->name = module_name;
   module->methods = entries;
   module->methodCount = kGlobalsMethodCount;
-  REALRegisterModule(module);
+  if (!REALRegisterModule(module)) {
+    std::free(module_name);
+    std::free(entries);
+    std::free(module);
+  }
 }
 
 REALproperty* FixProperties(const REALproperty* properties, intptr_t count) {

@@ -345,6 +345,13 @@ struct SimHost::Services {
 
   static void registerClassExtension(void* record) { host().registerClassRecord(record, true); }
 
+  // A host keeps every registered module for the life of the process, as the
+  // plug-in expects; the records stay reachable after this SimHost is gone.
+  static void keepForever(const void* record) {
+    static auto* kept = new std::vector<const void*>();
+    kept->push_back(record);
+  }
+
   static void registerModule(void* record) {
     SimHost& h = host();
     if (record == nullptr) {
@@ -357,6 +364,7 @@ struct SimHost::Services {
     module.methods = readMethods(loadPointer(record, 2), loadInteger(record, 3), kModuleMethodWords);
     module.recordWords = loadWords(record, kModuleWords);
     module.record = record;
+    keepForever(record);
     h.registry_.modules.push_back(std::move(module));
   }
 

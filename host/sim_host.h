@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -134,6 +135,7 @@ class SimHost {
 
   // -- objects the test owns (one reference each, the test's) ----------------
   REALmemoryBlock newBlock(std::span<const uint8_t> bytes);
+  REALmemoryBlock newBlock(std::initializer_list<uint8_t> bytes) { return newBlock(std::span(bytes)); }
   REALmemoryBlock newBlock(size_t size, uint8_t fill = 0);
   // A block over `address` that owns nothing and reports size 0; a null
   // address is accepted, as "PtrToMemoryBlock" accepts it.
