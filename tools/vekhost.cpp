@@ -21,6 +21,7 @@
 
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
+#include "tools/tour.h"
 
 namespace {
 struct Options {
@@ -143,70 +144,16 @@ int list(const Options& options) {
 
 // -- tour ------------------------------------------------------------------
 
-void dump(const char* label, const SimHost& host, REALmemoryBlock block) {
-  std::printf("  %-28s", label);
-  if (block == nullptr) {
-    std::printf("nil\n");
-    return;
-  }
-  auto bytes = host.bytes(block);
-  std::printf("%2zu bytes:", bytes.size());
-  for (uint8_t b : bytes) std::printf(" %02X", b);
-  std::printf("\n");
-}
-
-void report_raised(SimHost& host) {
-  for (const Raised& r : host.takeRaised()) {
-    std::printf("  %-28sraised %s \"%s\"\n", "", r.className.c_str(), r.message.value_or("").c_str());
-  }
-}
-
 int tour(const Options& options) {
   SimHost host;
   LoadedPlugin plugin(options.plugin.c_str());
   plugin.start(host);
   std::printf("host version   %s\n", version_text(3000.0).c_str());
-  std::printf("plug-in        %s\n\n", options.plugin.c_str());
-
-  using One = REALmemoryBlock(REALmemoryBlock, int32_t);
-  using Two = REALmemoryBlock(REALmemoryBlock, int32_t, int32_t);
-  using Join = REALmemoryBlock(REALmemoryBlock, REALmemoryBlock);
-  auto mid1 = plugin.method<One>("MidVEK(offset as integer) as Memoryblock");
-  auto mid2 = plugin.method<Two>("MidVEK(offset As Integer, length As Integer) as Memoryblock");
-  auto left = plugin.method<One>("LeftVEK(length as integer) as Memoryblock");
-  auto right = plugin.method<One>("RightVEK(length As Integer) as Memoryblock");
-  auto append = plugin.method<Join>("AppendVEK(other as Memoryblock) as Memoryblock");
-
-  const uint8_t one_to_ten[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-  REALmemoryBlock block = host.newBlock(one_to_ten);
-  REALmemoryBlock tail = host.newBlock(std::vector<uint8_t>{0xA0, 0xB0, 0xC0});
-  std::vector<REALmemoryBlock> results;
-  auto show = [&](const char* label, REALmemoryBlock result) {
-    host.adopt(result);
-    if (result != nullptr) results.push_back(result);
-    dump(label, host, result);
-    report_raised(host);
-  };
-
-  std::printf("sub-blocks of a 10-byte block\n");
-  dump("block", host, block);
-  show("block.MidVEK(2, 3)", mid2(block, 2, 3));
-  show("block.MidVEK(8, 100)", mid2(block, 8, 100));
-  show("block.MidVEK(9)", mid1(block, 9));
-  show("block.MidVEK(10)", mid1(block, 10));
-  show("block.LeftVEK(3)", left(block, 3));
-  show("block.RightVEK(3)", right(block, 3));
-  dump("tail", host, tail);
-  show("block.AppendVEK(tail)", append(block, tail));
-
-  std::printf("\nrefused calls\n");
-  show("nil.MidVEK(0, 1)", mid2(nullptr, 0, 1));
-  show("block.AppendVEK(nil)", append(block, nullptr));
-  show("block.MidVEK(-1, 3)", mid2(block, -1, 3));
-
-  for (REALmemoryBlock r : results) host.release(r);
-  host.release(block);
-  host.release(tail);
+  std::printf("plug-in        %s\n", options.plugin.c_str());
+  {
+    Tour tour(host, plugin);
+    tour_sub_blocks(tour);
+  }
   LedgerReport ledger = host.ledger();
   std::printf("\nreferences held by the plug-in afterwards: %d, over-released: %d\n", ledger.pluginHeld,
               ledger.overReleased);
