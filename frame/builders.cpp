@@ -80,20 +80,29 @@ REALmemoryBlock REALBuildMemoryblock(const void* data, int32_t size) {
   return block;
 }
 
+namespace {
+// The source converted to UTF-8; the source is given back on every path, also
+// when the conversion throws.
+REALstring convert_to_utf8(REALstring source) {
+  REALstring utf8 = nullptr;
+  try {
+    utf8 = REALConvertString(source, kEncodingUTF8);  // asked even for a nil source
+  } catch (...) {
+    if (source != nullptr) REALUnlockString(source);
+    throw;
+  }
+  if (source != nullptr) REALUnlockString(source);
+  return utf8;
+}
+}  // namespace
+
 REALstring REALBuildUnicodeStringUTF16(const void* data, int64_t length) {
   auto length32 = static_cast<int32_t>(length);
-  if (host_from(kHost2012)) {
-    REALstring utf16 = REALBuildStringWithEncoding(data, length32, kEncodingUTF16);
-    REALstring utf8 = REALConvertString(utf16, kEncodingUTF8);  // asked even for a nil string
-    if (utf16 != nullptr) REALUnlockString(utf16);
-    return utf8;
-  }
+  if (host_from(kHost2012)) return convert_to_utf8(REALBuildStringWithEncoding(data, length32, kEncodingUTF16));
   REALstring utf16 = originalREALBuildString(data, length32);
   if (utf16 == nullptr) return nullptr;
   REALSetStringEncoding(utf16, kEncodingUTF16);
-  REALstring utf8 = REALConvertString(utf16, kEncodingUTF8);
-  REALUnlockString(utf16);
-  return utf8;
+  return convert_to_utf8(utf16);
 }
 
 namespace {
@@ -153,10 +162,7 @@ REALstring build_string(const uint8_t* bytes, int64_t length, uint32_t encoding,
   if (encoding == kEncodingUTF16) return REALBuildUnicodeStringUTF16(bytes, length);
   if (encoding == kEncodingUTF32) {
     if (!host_from(kHost2013)) return build_from_utf32_locally(bytes, length, scratch);
-    REALstring utf32 = REALBuildStringWithEncoding(bytes, static_cast<int32_t>(length), kEncodingUTF32);
-    REALstring utf8 = REALConvertString(utf32, kEncodingUTF8);  // asked even for a nil string
-    if (utf32 != nullptr) REALUnlockString(utf32);
-    return utf8;
+    return convert_to_utf8(REALBuildStringWithEncoding(bytes, static_cast<int32_t>(length), kEncodingUTF32));
   }
   if ((encoding == kEncodingMacRoman || encoding == kEncodingWindowsLatin1 || encoding == kEncodingUnknown) &&
       all_below_0x80(bytes, length)) {

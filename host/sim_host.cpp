@@ -423,11 +423,21 @@ struct SimHost::Services {
     ++object->pluginHeld;
   }
 
+  static void throwIfAsked(const char* service) {
+    if (host().config_.throwing.count(service) != 0) throw std::bad_alloc();
+  }
+
   static REALstring buildString(const void* bytes, int32_t length) {
-    return buildStringWithEncoding(bytes, length, kEncodingUnknown);
+    throwIfAsked("REALBuildString");
+    return makeBuiltString(bytes, length, kEncodingUnknown);
   }
 
   static REALstring buildStringWithEncoding(const void* bytes, int32_t length, uint32_t encoding) {
+    throwIfAsked("REALBuildStringWithEncoding");
+    return makeBuiltString(bytes, length, encoding);
+  }
+
+  static REALstring makeBuiltString(const void* bytes, int32_t length, uint32_t encoding) {
     if (length < 0 || (bytes == nullptr && length > 0)) return nullptr;
     const std::string_view text(static_cast<const char*>(bytes), static_cast<size_t>(length));
     Object* string = host().makeString(text, encoding, Owner::Plugin);
@@ -441,6 +451,7 @@ struct SimHost::Services {
   // A null source is part of the contract: the plug-in converts the result of
   // a build that may have failed.
   static REALstring convertString(REALstring handle, uint32_t encoding) {
+    throwIfAsked("REALConvertString");
     if (handle == nullptr) return nullptr;
     SimHost& h = host();
     const auto* string = h.stateOf<Object::String>(handle, "REALConvertString");
@@ -811,6 +822,14 @@ std::vector<Raised> SimHost::takeRaised() {
 }
 
 // -- configuration and test objects ---------------------------------------------
+
+void SimHost::setThrowing(const std::string& name, bool throwing) {
+  if (throwing) {
+    config_.throwing.insert(name);
+  } else {
+    config_.throwing.erase(name);
+  }
+}
 
 void SimHost::setMissing(const std::string& name, bool missing) {
   if (missing) {

@@ -41,6 +41,9 @@ struct HostConfig {
   // Texts handed out (string data records, C strings, the string record) are
   // followed by a non-zero byte instead of a 0; the byte stays readable.
   bool unterminatedText = false;
+  // String services ("REALBuildString", "REALBuildStringWithEncoding",
+  // "REALConvertString") that throw std::bad_alloc when called.
+  std::set<std::string, std::less<>> throwing = {};
 };
 
 // What the plug-in registered, read from its records word by word.
@@ -125,6 +128,7 @@ class SimHost {
 
   // -- configuration ---------------------------------------------------------
   void setMissing(const std::string& name, bool missing);
+  void setThrowing(const std::string& name, bool throwing);
   // The first `afterSuccesses` calls of "newMemoryBlock" from now succeed;
   // every later one fails in `mode` until this is called with None.
   void failNewMemoryBlock(NewBlockFailure mode, int afterSuccesses = 0);

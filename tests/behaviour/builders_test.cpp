@@ -190,6 +190,35 @@ TEST(BuildUnicodeString, RefusedArguments) {
   EXPECT_TRUE(LedgerBalanced(*p.host));
 }
 
+// A host service that throws while a string is built: the builder raises
+// "OutOfMemoryException" and gives nil. When building the message itself
+// throws too, the exception comes without a message instead of recursing.
+TEST(BuildUnicodeString, HostThrowsWhileBuilding) {
+  struct {
+    const char* service;
+    double version;
+    uint32_t encoding;
+    std::optional<std::string> message;
+  } rows[] = {
+      {"REALBuildStringWithEncoding", 3000.0, 0x100, "Failed to allocate memory for a string."},
+      {"REALConvertString", 3000.0, 0x100, "Failed to allocate memory for a string."},
+      {"REALConvertString", 2012.0, 0x0C000100, "Failed to allocate memory for a string."},
+      {"REALBuildString", 3000.0, 0x600, std::nullopt},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.service);
+    Probe p = probe(row.version);
+    p.host->setThrowing(row.service, true);
+    const std::string text = row.encoding == 0x100 ? utf16({'a'}) : row.encoding == 0x600 ? "a" : utf32({'a'});
+    EXPECT_EQ(p.buildString(text, row.encoding), nullptr);
+    std::vector<Raised> raised = p.host->takeRaised();
+    ASSERT_EQ(raised.size(), 1u);
+    EXPECT_EQ(raised[0].className, "OutOfMemoryException");
+    EXPECT_EQ(raised[0].message, row.message);
+    EXPECT_TRUE(LedgerBalanced(*p.host));
+  }
+}
+
 // -- RaiseException ------------------------------------------------------------
 
 TEST(RaiseException, UnknownClassBecomesRuntimeException) {
