@@ -32,9 +32,20 @@ void PluginTest::TearDown() {
 
 std::optional<Bytes> PluginTest::take_block(REALmemoryBlock result) {
   if (result == nullptr) return std::nullopt;
+  take(result);
+  return bytes(result);
+}
+
+std::optional<std::string> PluginTest::take_string(REALstring result) {
+  if (result == nullptr) return std::nullopt;
+  take(result);
+  return host_->text(result);
+}
+
+void PluginTest::take(const void* result) {
+  if (result == nullptr) return;
   host_->adopt(result);
   taken_.push_back(result);
-  return bytes(result);
 }
 
 ::testing::AssertionResult LedgerBalanced(const SimHost& host, int baseline) {

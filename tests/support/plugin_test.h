@@ -46,6 +46,11 @@ class PluginTest : public ::testing::TestWithParam<HostSetup> {
   // Takes a method's result over from the plug-in and gives back its bytes
   // (nullopt for nil); the test releases it at the end.
   std::optional<Bytes> take_block(REALmemoryBlock result);
+  // The same for a string result: its bytes, or nullopt for nil.
+  std::optional<std::string> take_string(REALstring result);
+  // Takes over any other handle a method returned (a folder item, say); it is
+  // given back at the end of the test.
+  void take(const void* result);
 
   std::unique_ptr<SimHost> host_;
   std::unique_ptr<LoadedPlugin> plugin_;
