@@ -8,11 +8,6 @@ namespace {
 void unbuilt() { RaiseException("UnsupportedOperationException", "not available in this build"); }
 }  // namespace
 
-int32_t GetBlockSize(REALmemoryBlock, int32_t) {
-  unbuilt();
-  return {};
-}
-
 void Convert12BitTo8Bit(REALmemoryBlock, int32_t) {
   unbuilt();
 }
@@ -98,16 +93,6 @@ bool ExpandBitsVEK(REALmemoryBlock, REALmemoryBlock, int32_t, int32_t, int32_t) 
   return {};
 }
 
-uint64_t AddressVEK(REALmemoryBlock, int64_t) {
-  unbuilt();
-  return {};
-}
-
-void* AddressPtrVEK(REALmemoryBlock, int64_t) {
-  unbuilt();
-  return {};
-}
-
 REALstring getOSType(REALmemoryBlock, int32_t) {
   unbuilt();
   return {};
@@ -132,30 +117,6 @@ REALfolderItem getFSSpec(REALmemoryBlock, int32_t) {
 }
 
 void setFSSpec(REALmemoryBlock, int32_t, REALfolderItem) {
-  unbuilt();
-}
-
-void copyBytes1(REALmemoryBlock, int32_t, int32_t, int32_t) {
-  unbuilt();
-}
-
-void copyBytes2(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock, int32_t) {
-  unbuilt();
-}
-
-void toMacPtr(REALmemoryBlock, int32_t, int32_t, void*) {
-  unbuilt();
-}
-
-void fromMacPtr(REALmemoryBlock, void*, int32_t, int32_t) {
-  unbuilt();
-}
-
-void toMacHdl(REALmemoryBlock, int32_t, int32_t, intptr_t) {
-  unbuilt();
-}
-
-void fromMacHdl(REALmemoryBlock, intptr_t, int32_t, int32_t) {
   unbuilt();
 }
 
@@ -189,49 +150,3 @@ int32_t findBytes2(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock, int32_t, 
   return {};
 }
 
-void fillbytes(REALmemoryBlock, int32_t, int32_t, int32_t) {
-  unbuilt();
-}
-
-void InvertBytesVEK(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-bool CreateMem(REALobject, int64_t) {
-  unbuilt();
-  return {};
-}
-
-bool Resize(REALobject, int64_t) {
-  unbuilt();
-  return {};
-}
-
-void MemClose(REALobject) {
-  unbuilt();
-}
-
-uint64_t GetAddress(REALobject, int32_t) {
-  unbuilt();
-  return {};
-}
-
-int64_t GetSize(REALobject, int32_t) {
-  unbuilt();
-  return {};
-}
-
-REALmemoryBlock GetMemory(REALobject, int32_t) {
-  unbuilt();
-  return {};
-}
-
-REALmemoryBlock newMemoryblockPtr(intptr_t) {
-  unbuilt();
-  return {};
-}
-
-REALmemoryBlock newMemoryblockPtrCopy(void*, int32_t) {
-  unbuilt();
-  return {};
-}

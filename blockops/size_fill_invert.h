@@ -1,0 +1,13 @@
+// Kernels of the fill and invert methods, at each level, for the adapters in
+// size_fill_invert.cpp, the kernel tests and the benchmarks.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vek {
+// Replaces each of the `count` bytes at `data` by its complement. The bytes
+// may lie at any address; the result is the same at every level.
+void invert_bytes_scalar(uint8_t* data, size_t count) noexcept;
+void invert_bytes_sse2(uint8_t* data, size_t count) noexcept;
+}  // namespace vek
