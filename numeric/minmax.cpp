@@ -101,11 +101,13 @@ inline void minmax_vector(uint8_t* dst, const uint8_t* first, const uint8_t* sec
   _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), pick<T, E>(a, b));
 }
 
-// The three are unrelated objects: compare their addresses as integers.
+// Two ranges of the same length overlap when their starts are less than
+// that length apart. The three are unrelated objects, so their addresses
+// are compared as integers, whose wrap-around cannot miss an overlap.
 bool overlaps(const uint8_t* a, const uint8_t* b, size_t bytes) {
   auto x = reinterpret_cast<uintptr_t>(a);
   auto y = reinterpret_cast<uintptr_t>(b);
-  return x < y + bytes && y < x + bytes;
+  return x - y < bytes || y - x < bytes;
 }
 
 template <class T, Extreme E>

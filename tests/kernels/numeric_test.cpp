@@ -179,22 +179,27 @@ const double kFactors[] = {2.0, 0.5, 1.5, -1.0, 1.0E7, 40000.0, 1.0, 0.0, -0.0, 
 using ScaleKernel = void (*)(uint8_t*, size_t, double) noexcept;
 
 // `width`-byte values: the kernel against the twin; bytes behind the last
-// whole value are left alone by both.
+// whole value are left alone by both. Every size at every misalignment, the
+// factors taken in turn, and then every factor at every size.
 void check_scale_twins(ScaleKernel kernel, ScaleKernel twin, size_t width) {
   std::mt19937 random(11);
-  for (double factor : kFactors) {
-    for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
-      for (size_t size = 0; size <= kMaxSize; ++size) {
-        Fenced data(size, side);
-        for (size_t m = 0; m < kAlignments; ++m) {
-          uint8_t* d = data.at(m);
-          fill_random(random, d, size);
-          Bytes expected(d, d + size);
-          twin(expected.data(), size / width, factor);
-          kernel(d, size / width, factor);
-          ASSERT_EQ(Bytes(d, d + size), expected) << "factor " << factor << " size " << size << " misalignment " << m;
-        }
+  size_t turn = 0;
+  auto check = [&](const Fenced& data, size_t m, double factor) {
+    uint8_t* d = data.at(m);
+    fill_random(random, d, data.size);
+    Bytes expected(d, d + data.size);
+    twin(expected.data(), data.size / width, factor);
+    kernel(d, data.size / width, factor);
+    ASSERT_EQ(Bytes(d, d + data.size), expected)
+        << "factor " << factor << " size " << data.size << " misalignment " << m;
+  };
+  for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
+    for (size_t size = 0; size <= kMaxSize; ++size) {
+      Fenced data(size, side);
+      for (size_t m = 0; m < kAlignments; ++m) {
+        ASSERT_NO_FATAL_FAILURE(check(data, m, kFactors[turn++ % std::size(kFactors)]));
       }
+      for (double factor : kFactors) ASSERT_NO_FATAL_FAILURE(check(data, size % kAlignments, factor));
     }
   }
 }
