@@ -65,10 +65,9 @@ __m128i greater_64_from_halves(__m128i a, __m128i b) {
   const __m128i flip = Signed ? _mm_set_epi32(0, INT32_MIN, 0, INT32_MIN) : _mm_set1_epi32(INT32_MIN);
   __m128i greater = _mm_cmpgt_epi32(_mm_xor_si128(a, flip), _mm_xor_si128(b, flip));
   __m128i equal = _mm_cmpeq_epi32(a, b);
-  __m128i high_greater = _mm_shuffle_epi32(greater, _MM_SHUFFLE(3, 3, 1, 1));
-  __m128i high_equal = _mm_shuffle_epi32(equal, _MM_SHUFFLE(3, 3, 1, 1));
-  __m128i low_greater = _mm_shuffle_epi32(greater, _MM_SHUFFLE(2, 2, 0, 0));
-  return _mm_or_si128(high_greater, _mm_and_si128(high_equal, low_greater));
+  // In each high half: high greater, or high equal and low greater (moved up).
+  __m128i high = _mm_or_si128(greater, _mm_and_si128(equal, _mm_slli_epi64(greater, 32)));
+  return _mm_shuffle_epi32(high, _MM_SHUFFLE(3, 3, 1, 1));
 }
 
 // All ones in each lane where a > b.
