@@ -42,13 +42,9 @@ uint8_t wrapped_u8(int value, double factor) {
   if (product > -0x1p63 && product < 0x1p63) return static_cast<uint8_t>(static_cast<int64_t>(product));
   return 0;  // not a number, infinite, or a multiple of 256
 }
-}  // namespace
 
-uint8_t scale_u8_value(uint8_t value, double factor) noexcept {
-  return factor >= 1.0 ? saturated_u8(value, factor) : wrapped_u8(value, factor);
-}
-
-void build_scale_u8_table(double factor, uint8_t* table) noexcept {
+// Two entries per pass when holding, four when wrapping.
+void build_scale_u8_table(double factor, uint8_t* table) {
   if (factor >= 1.0) {
     for (int v = 0; v < 256; v += 2) {
       table[v] = saturated_u8(v, factor);
@@ -62,6 +58,11 @@ void build_scale_u8_table(double factor, uint8_t* table) noexcept {
       table[v + 3] = wrapped_u8(v + 3, factor);
     }
   }
+}
+}  // namespace
+
+uint8_t scale_u8_value(uint8_t value, double factor) noexcept {
+  return factor >= 1.0 ? saturated_u8(value, factor) : wrapped_u8(value, factor);
 }
 
 void scale_u8_scalar(uint8_t* data, size_t count, double factor) noexcept {

@@ -13,9 +13,6 @@ namespace vek {
 // A product that is not a number or infinite gives 0.
 uint8_t scale_u8_value(uint8_t value, double factor) noexcept;
 
-// The 256 results of scale_u8_value for one factor.
-void build_scale_u8_table(double factor, uint8_t* table) noexcept;
-
 // `count` bytes scaled: the twin computes one product per byte; the kernel
 // builds the table once and looks each byte up.
 void scale_u8_scalar(uint8_t* data, size_t count, double factor) noexcept;

@@ -207,16 +207,6 @@ void check_scale_twins(ScaleKernel kernel, ScaleKernel twin, size_t width) {
 TEST(ScaleKernels, TableAgainstProducts) { check_scale_twins(vek::scale_u8_table, vek::scale_u8_scalar, 1); }
 TEST(ScaleKernels, Sse2AgainstScalar16) { check_scale_twins(vek::scale_u16_sse2, vek::scale_u16_scalar, 2); }
 
-TEST(ScaleKernels, TableHasEveryByteValue) {
-  for (double factor : kFactors) {
-    uint8_t table[256];
-    vek::build_scale_u8_table(factor, table);
-    for (int v = 0; v < 256; ++v) {
-      ASSERT_EQ(table[v], vek::scale_u8_value(static_cast<uint8_t>(v), factor)) << "factor " << factor << " value " << v;
-    }
-  }
-}
-
 // Every byte value against integer arithmetic: held at 255 from a factor of
 // 1 up, wrapped modulo 256 below it.
 TEST(ScaleKernels, BytesAgainstIntegerArithmetic) {
