@@ -36,24 +36,6 @@ void ConvertCartesianToPolar(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock)
   unbuilt();
 }
 
-void MultiplyUInt16VEK(REALmemoryBlock, double, int32_t, int32_t) {
-  unbuilt();
-}
-
-void MultiplyUInt8VEK(REALmemoryBlock, double, int32_t, int32_t) {
-  unbuilt();
-}
-
-bool MinVEK(REALmemoryBlock, void*, void*, int32_t, uint8_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-bool MaxVEK(REALmemoryBlock, void*, void*, int32_t, uint8_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
 void MirrorBitsInBytesVEK(REALmemoryBlock, int32_t, int32_t) {
   unbuilt();
 }

@@ -154,6 +154,7 @@ int tour(const Options& options) {
     Tour tour(host, plugin);
     tour_sub_blocks(tour);
     tour_memory(tour);
+    tour_numeric(tour);
   }
   LedgerReport ledger = host.ledger();
   std::printf("\nreferences held by the plug-in afterwards: %d, over-released: %d\n", ledger.pluginHeld,

@@ -82,13 +82,15 @@ const std::map<std::string, Call>& calls() {
          c.plugin.method<void(B, double, int32_t, int32_t)>("MultiplyUInt8VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)")(b, 1.5, 0, 0);
          return int64_t{0};
        }},
+      // The rest of the block from 48: 16 bytes of the 64-byte block, none of an
+      // empty one (whose size 0 would make an explicit length the caller's).
       {"MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
        [](Caller& c, B b) {
-         return int64_t{c.plugin.method<bool(B, void*, void*, int32_t, uint8_t, int32_t, int32_t)>("MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean")(b, c.raw, c.raw + 32, 8, 0, 0, 16)};
+         return int64_t{c.plugin.method<bool(B, void*, void*, int32_t, uint8_t, int32_t, int32_t)>("MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean")(b, c.raw, c.raw + 32, 8, 0, 48, 0)};
        }},
       {"MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
        [](Caller& c, B b) {
-         return int64_t{c.plugin.method<bool(B, void*, void*, int32_t, uint8_t, int32_t, int32_t)>("MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean")(b, c.raw, c.raw + 32, 8, 0, 0, 16)};
+         return int64_t{c.plugin.method<bool(B, void*, void*, int32_t, uint8_t, int32_t, int32_t)>("MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean")(b, c.raw, c.raw + 32, 8, 0, 48, 0)};
        }},
       {"MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)",
        [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)")(b, 0, 8), int64_t{0}; }},

@@ -1,0 +1,197 @@
+// Element-wise minimum and maximum: MinVEK and MaxVEK write into a range of
+// the block, element by element, the smaller (larger) of the elements of two
+// arrays at raw addresses. The sources are read from their first byte,
+// whatever the offset in the block; the element is 8, 16, 32 or 64 bits,
+// signed or not, little-endian, at any alignment.
+//
+//   first 80 7F 00 FF, second 7F 80 01 FE:
+//     MinVEK(first, second)             -> 7F 7F 00 FE  (unsigned bytes)
+//     MinVEK(first, second, 8, True)    -> 80 80 00 FE  (-128, -128, 0, -2)
+//     MaxVEK(first, second, 16)         -> 7F 80 00 FF  (0x807F, 0xFF00)
+//
+// Returns False for an element size other than 8, 16, 32 or 64 bits and
+// True otherwise, also when the range holds no whole element. A nil block or
+// a nil address raises "NilObjectException", a negative offset
+// "UnsupportedOperationException". A destination that overlaps a source is
+// worked element by element in ascending order, each element seeing the ones
+// written before it.
+#include "numeric/minmax.h"
+
+#include <emmintrin.h>
+
+#include <cstring>
+#include <type_traits>
+
+#include "frame/builders.h"
+#include "frame/entry_points.h"
+#include "frame/rb_bytes.h"
+#include "numeric/block_range.h"
+
+namespace vek {
+namespace {
+template <class T, Extreme E>
+void minmax_scalar(uint8_t* dst, const uint8_t* first, const uint8_t* second, size_t count) noexcept {
+  for (size_t i = 0; i < count; ++i) {
+    T a, b;
+    std::memcpy(&a, first + i * sizeof(T), sizeof(T));
+    std::memcpy(&b, second + i * sizeof(T), sizeof(T));
+    T result = E == Extreme::Min ? (a <= b ? a : b) : (a >= b ? a : b);
+    std::memcpy(dst + i * sizeof(T), &result, sizeof(T));
+  }
+}
+
+__m128i select(__m128i mask, __m128i if_set, __m128i if_clear) {
+  return _mm_or_si128(_mm_and_si128(mask, if_set), _mm_andnot_si128(mask, if_clear));
+}
+
+// SSE2 compares only signed lanes; flipping the sign bit of both operands
+// maps the unsigned order onto the signed one.
+__m128i greater_u16_by_sign_flip(__m128i a, __m128i b) {
+  const __m128i sign = _mm_set1_epi16(INT16_MIN);
+  return _mm_cmpgt_epi16(_mm_xor_si128(a, sign), _mm_xor_si128(b, sign));
+}
+
+__m128i greater_u32_by_sign_flip(__m128i a, __m128i b) {
+  const __m128i sign = _mm_set1_epi32(INT32_MIN);
+  return _mm_cmpgt_epi32(_mm_xor_si128(a, sign), _mm_xor_si128(b, sign));
+}
+
+// SSE2 has no 64-bit compare. The high halves decide, signed or unsigned as
+// the element is; where they are equal the low halves decide, always
+// unsigned. One 32-bit compare serves both halves: the sign bit of every low
+// half is flipped, and that of every high half too for unsigned elements.
+template <bool Signed>
+__m128i greater_64_from_halves(__m128i a, __m128i b) {
+  const __m128i flip = Signed ? _mm_set_epi32(0, INT32_MIN, 0, INT32_MIN) : _mm_set1_epi32(INT32_MIN);
+  __m128i greater = _mm_cmpgt_epi32(_mm_xor_si128(a, flip), _mm_xor_si128(b, flip));
+  __m128i equal = _mm_cmpeq_epi32(a, b);
+  // In each high half: high greater, or high equal and low greater (moved up).
+  __m128i high = _mm_or_si128(greater, _mm_and_si128(equal, _mm_slli_epi64(greater, 32)));
+  return _mm_shuffle_epi32(high, _MM_SHUFFLE(3, 3, 1, 1));
+}
+
+// All ones in each lane where a > b.
+template <class T>
+__m128i greater(__m128i a, __m128i b) {
+  if constexpr (std::is_same_v<T, int8_t>) return _mm_cmpgt_epi8(a, b);
+  else if constexpr (std::is_same_v<T, int32_t>) return _mm_cmpgt_epi32(a, b);
+  else if constexpr (std::is_same_v<T, uint16_t>) return greater_u16_by_sign_flip(a, b);
+  else if constexpr (std::is_same_v<T, uint32_t>) return greater_u32_by_sign_flip(a, b);
+  else return greater_64_from_halves<std::is_signed_v<T>>(a, b);
+}
+
+// Unsigned bytes and signed 16-bit lanes have packed min and max of their own.
+template <class T, Extreme E>
+__m128i pick(__m128i a, __m128i b) {
+  if constexpr (std::is_same_v<T, uint8_t>) {
+    return E == Extreme::Min ? _mm_min_epu8(a, b) : _mm_max_epu8(a, b);
+  } else if constexpr (std::is_same_v<T, int16_t>) {
+    return E == Extreme::Min ? _mm_min_epi16(a, b) : _mm_max_epi16(a, b);
+  } else {
+    __m128i a_greater = greater<T>(a, b);
+    return E == Extreme::Min ? select(a_greater, b, a) : select(a_greater, a, b);
+  }
+}
+
+template <class T, Extreme E>
+inline void minmax_vector(uint8_t* dst, const uint8_t* first, const uint8_t* second, size_t at) {
+  __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(first + at));
+  __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(second + at));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + at), pick<T, E>(a, b));
+}
+
+// Two ranges of the same length overlap when their starts are less than
+// that length apart. The three are unrelated objects, so their addresses
+// are compared as integers, whose wrap-around cannot miss an overlap.
+bool overlaps(const uint8_t* a, const uint8_t* b, size_t bytes) {
+  auto x = reinterpret_cast<uintptr_t>(a);
+  auto y = reinterpret_cast<uintptr_t>(b);
+  return x - y < bytes || y - x < bytes;
+}
+
+template <class T, Extreme E>
+void minmax_sse2(uint8_t* dst, const uint8_t* first, const uint8_t* second, size_t count) noexcept {
+  const size_t bytes = count * sizeof(T);
+  if (overlaps(dst, first, bytes) || overlaps(dst, second, bytes)) {
+    minmax_scalar<T, E>(dst, first, second, count);  // later elements must see earlier results
+    return;
+  }
+  const size_t vector_bytes = bytes / 16 * 16;
+  size_t at = 0;
+  // head: a lone vector when the number of whole vectors is odd
+  if (vector_bytes % 32 != 0) {
+    minmax_vector<T, E>(dst, first, second, 0);
+    at = 16;
+  }
+  // main loop: two vectors per pass
+  for (; at < vector_bytes; at += 32) {
+    minmax_vector<T, E>(dst, first, second, at);
+    minmax_vector<T, E>(dst, first, second, at + 16);
+  }
+  // remainder: fewer than 16 bytes, element by element
+  minmax_scalar<T, E>(dst + at, first + at, second + at, (bytes - at) / sizeof(T));
+}
+
+template <class T>
+MinMaxLevels levels_of(Extreme extreme) {
+  if (extreme == Extreme::Min) return {&minmax_scalar<T, Extreme::Min>, &minmax_sse2<T, Extreme::Min>};
+  return {&minmax_scalar<T, Extreme::Max>, &minmax_sse2<T, Extreme::Max>};
+}
+}  // namespace
+
+MinMaxLevels minmax_levels(int32_t bitSize, bool isSigned, Extreme extreme) noexcept {
+  if (isSigned) {
+    switch (bitSize) {
+      case 8: return levels_of<int8_t>(extreme);
+      case 16: return levels_of<int16_t>(extreme);
+      case 32: return levels_of<int32_t>(extreme);
+      case 64: return levels_of<int64_t>(extreme);
+    }
+  } else {
+    switch (bitSize) {
+      case 8: return levels_of<uint8_t>(extreme);
+      case 16: return levels_of<uint16_t>(extreme);
+      case 32: return levels_of<uint32_t>(extreme);
+      case 64: return levels_of<uint64_t>(extreme);
+    }
+  }
+  return {nullptr, nullptr};
+}
+}  // namespace vek
+
+namespace {
+// MinVEK and MaxVEK differ only in the kernel they pick.
+bool elementwise(vek::Extreme extreme, REALmemoryBlock block, void* firstMem, void* secondMem, int32_t bitSize,
+                 uint8_t isSigned, int32_t offsetByte, int32_t lengthBytes) {
+  if (block == nullptr) {
+    RaiseException("NilObjectException", "memoryblock is nil");
+    return false;
+  }
+  if (firstMem == nullptr || secondMem == nullptr) {
+    RaiseException("NilObjectException", "ptr is nil");
+    return false;
+  }
+  if (offsetByte < 0) {
+    RaiseException("UnsupportedOperationException", "offset < 0");
+    return false;
+  }
+  rbBytes bytes(block);
+  vek::MinMaxLevels levels = vek::minmax_levels(bitSize, isSigned != 0, extreme);
+  if (levels.sse2 == nullptr) return false;  // not an element size; the view still gives the block back
+  size_t count = numeric_range(bytes.data(), bytes.size(), offsetByte, lengthBytes) / static_cast<size_t>(bitSize / 8);
+  if (count == 0) return true;  // bytes behind the last whole element stay as they are
+  levels.sse2(bytes.data() + offsetByte, static_cast<const uint8_t*>(firstMem),
+              static_cast<const uint8_t*>(secondMem), count);
+  return true;
+}
+}  // namespace
+
+bool MinVEK(REALmemoryBlock block, void* firstMem, void* secondMem, int32_t bitSize, uint8_t isSigned,
+            int32_t offsetByte, int32_t lengthBytes) {
+  return elementwise(vek::Extreme::Min, block, firstMem, secondMem, bitSize, isSigned, offsetByte, lengthBytes);
+}
+
+bool MaxVEK(REALmemoryBlock block, void* firstMem, void* secondMem, int32_t bitSize, uint8_t isSigned,
+            int32_t offsetByte, int32_t lengthBytes) {
+  return elementwise(vek::Extreme::Max, block, firstMem, secondMem, bitSize, isSigned, offsetByte, lengthBytes);
+}
