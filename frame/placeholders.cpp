@@ -13,34 +13,6 @@ int32_t GetBlockSize(REALmemoryBlock, int32_t) {
   return {};
 }
 
-void Convert12BitTo8Bit(REALmemoryBlock, int32_t) {
-  unbuilt();
-}
-
-void Calc3te(REALmemoryBlock, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, double, int32_t, int32_t) {
-  unbuilt();
-}
-
-void Calc2teCMY(REALmemoryBlock, int32_t, int32_t, int32_t, uint8_t) {
-  unbuilt();
-}
-
-void Calc2teCMYK(REALmemoryBlock, int32_t, int32_t, int32_t, uint8_t) {
-  unbuilt();
-}
-
-void CalcLogSweepTable(REALmemoryBlock, int32_t, int32_t, int32_t, int32_t, double) {
-  unbuilt();
-}
-
-void ConvertPolarToCartesian(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock) {
-  unbuilt();
-}
-
-void ConvertCartesianToPolar(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock) {
-  unbuilt();
-}
-
 void MultiplyUInt16VEK(REALmemoryBlock, double, int32_t, int32_t) {
   unbuilt();
 }
