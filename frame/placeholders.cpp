@@ -8,34 +8,6 @@ namespace {
 void unbuilt() { RaiseException("UnsupportedOperationException", "not available in this build"); }
 }  // namespace
 
-void Convert12BitTo8Bit(REALmemoryBlock, int32_t) {
-  unbuilt();
-}
-
-void Calc3te(REALmemoryBlock, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, double, int32_t, int32_t) {
-  unbuilt();
-}
-
-void Calc2teCMY(REALmemoryBlock, int32_t, int32_t, int32_t, uint8_t) {
-  unbuilt();
-}
-
-void Calc2teCMYK(REALmemoryBlock, int32_t, int32_t, int32_t, uint8_t) {
-  unbuilt();
-}
-
-void CalcLogSweepTable(REALmemoryBlock, int32_t, int32_t, int32_t, int32_t, double) {
-  unbuilt();
-}
-
-void ConvertPolarToCartesian(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock) {
-  unbuilt();
-}
-
-void ConvertCartesianToPolar(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock) {
-  unbuilt();
-}
-
 void MirrorBitsInBytesVEK(REALmemoryBlock, int32_t, int32_t) {
   unbuilt();
 }

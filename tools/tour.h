@@ -40,3 +40,4 @@ class Tour {
 void tour_sub_blocks(Tour& tour);
 void tour_memory(Tour& tour);  // the MemoryBlockVEK class, global constructors, fill, invert, copies
 void tour_numeric(Tour& tour);
+void tour_colour_signal(Tour& tour);

@@ -155,6 +155,7 @@ int tour(const Options& options) {
     tour_sub_blocks(tour);
     tour_memory(tour);
     tour_numeric(tour);
+    tour_colour_signal(tour);
   }
   LedgerReport ledger = host.ledger();
   std::printf("\nreferences held by the plug-in afterwards: %d, over-released: %d\n", ledger.pluginHeld,

@@ -39,37 +39,44 @@ using Call = std::function<int64_t(Caller&, B)>;
 const std::map<std::string, Call>& calls() {
   static const std::map<std::string, Call> table = {
       {"ConvertRGB12BitTo8BitVEK(Width as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t)>("ConvertRGB12BitTo8BitVEK(Width as Integer)")(b, 2), int64_t{0}; }},
+       [](Caller& c, B b) {
+         // a block of size 0 is trusted with the count: counts here fit the block
+         int32_t groups = b != nullptr ? c.host.size(b) / 9 : 2;
+         return c.plugin.method<void(B, int32_t)>("ConvertRGB12BitTo8BitVEK(Width as Integer)")(b, groups), int64_t{0};
+       }},
       {"_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)",
        [](Caller& c, B b) {
          c.plugin.method<void(B, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, double, int32_t, int32_t)>(
              "_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)")(
-             b, 1, 2, 3, 4, 5, 6, 7, 8, 0.1, 0, 16);
+             b, 1, 2, 3, 4, 5, 6, 7, 8, 0.1, 0, 0);
          return int64_t{0};
        }},
       {"_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
        [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, uint8_t)>("_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)")(b, 255, 0, 16, 1);
+         c.plugin.method<void(B, int32_t, int32_t, int32_t, uint8_t)>("_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)")(b, 255, 0, 0, 1);
          return int64_t{0};
        }},
       {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
        [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, uint8_t)>("_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)")(b, 255, 0, 16, 1);
+         c.plugin.method<void(B, int32_t, int32_t, int32_t, uint8_t)>("_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)")(b, 255, 0, 0, 1);
          return int64_t{0};
        }},
       {"_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)",
        [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, int32_t, double)>("_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)")(b, 0, 4, 1, 2, 4.0);
+         int32_t records = b != nullptr ? c.host.size(b) / 8 : 4;
+         c.plugin.method<void(B, int32_t, int32_t, int32_t, int32_t, double)>("_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)")(b, 0, records, 1, 2, 4.0);
          return int64_t{0};
        }},
       {"_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)",
        [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, B)>("_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)")(b, 0, 4, c.other);
+         int32_t records = b != nullptr ? c.host.size(b) / 8 : 4;
+         c.plugin.method<void(B, int32_t, int32_t, B)>("_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)")(b, 0, records, c.other);
          return int64_t{0};
        }},
       {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)",
        [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, B)>("_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)")(b, 0, 4, c.other);
+         int32_t records = b != nullptr ? c.host.size(b) / 8 : 4;
+         c.plugin.method<void(B, int32_t, int32_t, B)>("_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)")(b, 0, records, c.other);
          return int64_t{0};
        }},
       {"MultiplyUInt16VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)",
