@@ -108,33 +108,6 @@ void* AddressPtrVEK(REALmemoryBlock, int64_t) {
   return {};
 }
 
-REALstring getOSType(REALmemoryBlock, int32_t) {
-  unbuilt();
-  return {};
-}
-
-void setOSType(REALmemoryBlock, int32_t, REALstring) {
-  unbuilt();
-}
-
-REALstring getString(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-void setString(REALmemoryBlock, REALstring, int32_t) {
-  unbuilt();
-}
-
-REALfolderItem getFSSpec(REALmemoryBlock, int32_t) {
-  unbuilt();
-  return {};
-}
-
-void setFSSpec(REALmemoryBlock, int32_t, REALfolderItem) {
-  unbuilt();
-}
-
 void copyBytes1(REALmemoryBlock, int32_t, int32_t, int32_t) {
   unbuilt();
 }
@@ -157,36 +130,6 @@ void toMacHdl(REALmemoryBlock, int32_t, int32_t, intptr_t) {
 
 void fromMacHdl(REALmemoryBlock, intptr_t, int32_t, int32_t) {
   unbuilt();
-}
-
-bool BytesEqualVEK(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock, int32_t) {
-  unbuilt();
-  return {};
-}
-
-bool BytesZeroVEK(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-int32_t FindNotByteVEK(REALmemoryBlock, int32_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-int32_t FindByteVEK(REALmemoryBlock, int32_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-int32_t findBytes1(REALmemoryBlock, int32_t, int32_t, REALstring) {
-  unbuilt();
-  return {};
-}
-
-int32_t findBytes2(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-  return {};
 }
 
 void fillbytes(REALmemoryBlock, int32_t, int32_t, int32_t) {
