@@ -253,26 +253,40 @@ size_t find_bytes_scalar(const uint8_t* data, size_t size, const uint8_t* target
   return kNotFound;
 }
 
-// Sixteen start positions a round: a position is a candidate when both the
-// target's first and its last byte match there, and only candidates are
-// compared in full, lowest first, so the first occurrence is the one found.
+// A start position is a candidate when both the target's first and its last
+// byte match there; only candidates are compared in full, lowest first, so
+// the first occurrence is the one found.
 size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept {
   if (length == 0) return 0;
   if (length > size) return kNotFound;
   if (length == 1) return find_byte_sse2(data, size, target[0]);
   const __m128i first = _mm_set1_epi8(static_cast<char>(target[0]));
   const __m128i last = _mm_set1_epi8(static_cast<char>(target[length - 1]));
+  auto candidates = [&](size_t at) {  // 16 start positions from `at`
+    return _mm_and_si128(_mm_cmpeq_epi8(load16(data + at), first),
+                         _mm_cmpeq_epi8(load16(data + at + length - 1), last));
+  };
+  auto confirm = [&](size_t at, uint64_t mask) {  // the first candidate that is a match
+    for (; mask != 0; mask &= mask - 1) {
+      size_t p = at + static_cast<size_t>(std::countr_zero(mask));
+      if (std::memcmp(data + p + 1, target + 1, length - 2) == 0) return p;
+    }
+    return kNotFound;
+  };
   const size_t positions = size - length + 1;
   size_t i = 0;
-  // main loop: both loads end within the range while i + 16 <= positions
+  // main loop: 64 positions a round; every load ends within the range while
+  // i + 64 <= positions
+  for (; i + 64 <= positions; i += 64) {
+    __m128i a = candidates(i), b = candidates(i + 16), c = candidates(i + 32), d = candidates(i + 48);
+    if (byte_mask(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) continue;
+    size_t found = confirm(i, byte_mask64(a, b, c, d));
+    if (found != kNotFound) return found;
+  }
+  // 16 positions a round
   for (; i + 16 <= positions; i += 16) {
-    uint32_t mask = byte_mask(_mm_and_si128(_mm_cmpeq_epi8(load16(data + i), first),
-                                            _mm_cmpeq_epi8(load16(data + i + length - 1), last)));
-    while (mask != 0) {
-      size_t p = i + static_cast<size_t>(std::countr_zero(mask));
-      if (std::memcmp(data + p + 1, target + 1, length - 2) == 0) return p;
-      mask &= mask - 1;
-    }
+    size_t found = confirm(i, byte_mask(candidates(i)));
+    if (found != kNotFound) return found;
   }
   // remainder: the last positions, fewer than sixteen
   return found_after(i, find_bytes_scalar(data + i, size - i, target, length));
