@@ -41,3 +41,4 @@ void tour_sub_blocks(Tour& tour);
 void tour_memory(Tour& tour);  // the MemoryBlockVEK class, global constructors, fill, invert, copies
 void tour_numeric(Tour& tour);
 void tour_colour_signal(Tour& tour);
+void tour_search_fields(Tour& tour);

@@ -187,7 +187,8 @@ const std::set<std::pair<std::string, std::string>> kOwnExceptions = {
 
 // Methods that read a size of 0 as not known (a block over a raw address) and
 // trust the caller's range there: an ordinary call on an empty block would
-// reach past it, so EmptyBlock gives them a block over 64 raw bytes instead.
+// reach past it, so EmptyBlock gives them a block over 128 raw bytes instead
+// (room for a 70-byte file specification record).
 const std::set<std::string> kTrustSizeZero = {
     "InvertBytesVEK(offset as integer, count as integer)",
     "CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)",
@@ -196,6 +197,14 @@ const std::set<std::string> kTrustSizeZero = {
     "CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)",
     "CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)",
     "CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)",
+    "BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean",
+    "BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean",
+    "FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
+    "FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
+    "OSTypeVEK(offset as Integer) as String",
+    "GetStringVEK(offset as Integer, numBytes as Integer) as String",
+    "SetStringVEK(str as String, offset as Integer)",
+    "FSSpecVEK(offset as Integer) as FolderItem",
 };
 
 class EveryMethod : public PluginTest {
@@ -237,7 +246,7 @@ TEST_P(EveryMethod, NilBlock) {
 TEST_P(EveryMethod, EmptyBlock) {
   Caller c = caller();
   REALmemoryBlock empty = host().newBlock(0);
-  REALmemoryBlock over_raw = host().ptrBlock(host().rawBuffer(64));
+  REALmemoryBlock over_raw = host().ptrBlock(host().rawBuffer(128));
   for (const auto& [declaration, call] : calls()) {
     SCOPED_TRACE(declaration);
     call(c, kTrustSizeZero.count(declaration) ? over_raw : empty);

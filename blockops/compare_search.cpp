@@ -1,0 +1,355 @@
+// Compare and search: BytesEqualVEK, BytesZeroVEK, FindByteVEK,
+// FindNotByteVEK, FindStringVEK and FindBytesVEK read the receiver's bytes
+// and change nothing. Positions are counted from the start of the block.
+//
+// On the 8-byte block 00 00 07 01 02 07 01 02:
+//   FindByteVEK(3, 5, 7)         -> 5      FindNotByteVEK(0, 8, 0) -> 2
+//   BytesZeroVEK(0, 2)           -> true   BytesZeroVEK(0, 3)      -> false
+//   FindBytesVEK(0, 0, t, 0, 0)  -> 2      (t = 07 01 02; maxBytes 0: to the end)
+//   FindBytesVEK(0, 4, t, 0, 0)  -> -1     (the occurrence at 2 ends past byte 3)
+//   BytesEqualVEK(3, 2, b, 6)    -> true   (01 02 against 01 02, b the block itself)
+// Nothing is raised. A refused call gives false or -1, and the two
+// substring searches give -2 for arguments they cannot use.
+//
+// Ranges are bounded by each block's own size when the host knows it (above
+// 0): a run that starts outside is refused, one that runs past the end is cut
+// back to it. A block of size 0 (made over a raw address) is trusted with the
+// caller's range. A block whose host reports a negative size is refused.
+#include "blockops/compare_search.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "frame/entry_points.h"
+#include "frame/host_services.h"
+#include "frame/rb_bytes.h"
+
+namespace {
+inline __m128i load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+
+// An aligned load can be folded into the compare that uses it (an SSE2
+// memory operand must be aligned), which saves an instruction per vector.
+inline __m128i load16_aligned(const uint8_t* p) { return _mm_load_si128(reinterpret_cast<const __m128i*>(p)); }
+
+// Where the main loops start once the first 16 bytes were done unaligned: the
+// first 16-byte boundary after `p` (1 to 16 bytes on; a few bytes are looked
+// at twice, which changes no answer).
+inline size_t aligned_start(const uint8_t* p) { return 16 - reinterpret_cast<uintptr_t>(p) % 16; }
+
+inline uint32_t byte_mask(__m128i v) { return static_cast<uint32_t>(_mm_movemask_epi8(v)); }
+
+// Four 16-byte masks as one 64-bit mask, first byte lowest.
+inline uint64_t byte_mask64(__m128i a, __m128i b, __m128i c, __m128i d) {
+  return uint64_t{byte_mask(a)} | uint64_t{byte_mask(b)} << 16 | uint64_t{byte_mask(c)} << 32 |
+         uint64_t{byte_mask(d)} << 48;
+}
+
+// A position found by a kernel in the rest of the range, from its start.
+inline size_t found_after(size_t start, size_t found) { return found == vek::kNotFound ? found : start + found; }
+
+// How many bytes from `offset` a scan may read: `count`, cut back to the end
+// of a block of known size; -1 when the run starts outside the block or the
+// host reports a negative size. A size of 0 is not known and the caller's
+// count is trusted, short of positions an Integer cannot hold.
+int32_t scan_count(int32_t size, int32_t offset, int32_t count) {
+  if (offset < 0 || size < 0) return -1;
+  if (size > 0) {
+    if (offset >= size) return -1;
+    return count <= size - offset ? count : size - offset;
+  }
+  int64_t room = int64_t{INT32_MAX} - offset + 1;
+  return count <= room ? count : static_cast<int32_t>(room);
+}
+
+const uint8_t* block_data(REALmemoryBlock block) {
+  return static_cast<const uint8_t*>(REALMemoryBlockGetPtr(block));  // null for a nil block
+}
+}  // namespace
+
+// -- FindByteVEK, FindNotByteVEK ---------------------------------------------
+
+namespace vek {
+size_t find_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  for (size_t i = 0; i < size; ++i) {
+    if (data[i] == value) return i;
+  }
+  return kNotFound;
+}
+
+size_t find_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  if (size < 16) return find_byte_scalar(data, size, value);
+  const __m128i wanted = _mm_set1_epi8(static_cast<char>(value));
+  // head: the first 16 bytes, then on from a boundary
+  uint32_t head = byte_mask(_mm_cmpeq_epi8(load16(data), wanted));
+  if (head != 0) return static_cast<size_t>(std::countr_zero(head));
+  size_t i = aligned_start(data);
+  // main loop: 64 bytes a round, one branch for the four compares
+  for (; i + 64 <= size; i += 64) {
+    __m128i a = _mm_cmpeq_epi8(load16_aligned(data + i), wanted);
+    __m128i b = _mm_cmpeq_epi8(load16_aligned(data + i + 16), wanted);
+    __m128i c = _mm_cmpeq_epi8(load16_aligned(data + i + 32), wanted);
+    __m128i d = _mm_cmpeq_epi8(load16_aligned(data + i + 48), wanted);
+    if (byte_mask(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0) break;  // found below
+  }
+  // whole vectors left, and the round that holds a match
+  for (; i + 16 <= size; i += 16) {
+    uint32_t mask = byte_mask(_mm_cmpeq_epi8(load16_aligned(data + i), wanted));
+    if (mask != 0) return i + static_cast<size_t>(std::countr_zero(mask));
+  }
+  // remainder
+  return found_after(i, find_byte_scalar(data + i, size - i, value));
+}
+
+size_t find_not_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  for (size_t i = 0; i < size; ++i) {
+    if (data[i] != value) return i;
+  }
+  return kNotFound;
+}
+
+size_t find_not_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  if (size < 16) return find_not_byte_scalar(data, size, value);
+  const __m128i wanted = _mm_set1_epi8(static_cast<char>(value));
+  // head: the first 16 bytes, then on from a boundary
+  uint32_t head = byte_mask(_mm_cmpeq_epi8(load16(data), wanted)) ^ 0xFFFF;
+  if (head != 0) return static_cast<size_t>(std::countr_zero(head));
+  size_t i = aligned_start(data);
+  // main loop: 64 bytes a round; a lane of 0 in the compares is a different byte
+  for (; i + 64 <= size; i += 64) {
+    __m128i a = _mm_cmpeq_epi8(load16_aligned(data + i), wanted);
+    __m128i b = _mm_cmpeq_epi8(load16_aligned(data + i + 16), wanted);
+    __m128i c = _mm_cmpeq_epi8(load16_aligned(data + i + 32), wanted);
+    __m128i d = _mm_cmpeq_epi8(load16_aligned(data + i + 48), wanted);
+    if (byte_mask(_mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d))) != 0xFFFF) break;  // found below
+  }
+  // whole vectors left, and the round that holds a match
+  for (; i + 16 <= size; i += 16) {
+    uint32_t mask = byte_mask(_mm_cmpeq_epi8(load16_aligned(data + i), wanted)) ^ 0xFFFF;
+    if (mask != 0) return i + static_cast<size_t>(std::countr_zero(mask));
+  }
+  // remainder
+  return found_after(i, find_not_byte_scalar(data + i, size - i, value));
+}
+}  // namespace vek
+
+namespace {
+// The two byte searches differ only in their kernel.
+int32_t find_in_block(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, int32_t byteValue,
+                      size_t (*kernel)(const uint8_t*, size_t, uint8_t) noexcept) {
+  if (block == nullptr) return -1;
+  const uint8_t* data = block_data(block);
+  if (data == nullptr) return -1;
+  if (numBytes <= 0) return -1;
+  int32_t count = scan_count(REALMemoryBlockGetSize(block), srcOfs, numBytes);
+  if (count < 0) return -1;
+  size_t found = kernel(data + srcOfs, static_cast<size_t>(count), static_cast<uint8_t>(byteValue));
+  return found == vek::kNotFound ? -1 : srcOfs + static_cast<int32_t>(found);
+}
+}  // namespace
+
+int32_t FindByteVEK(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, int32_t byteValue) {
+  return find_in_block(block, srcOfs, numBytes, byteValue, vek::find_byte_sse2);
+}
+
+int32_t FindNotByteVEK(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, int32_t byteValue) {
+  return find_in_block(block, srcOfs, numBytes, byteValue, vek::find_not_byte_sse2);
+}
+
+// -- BytesZeroVEK ------------------------------------------------------------
+
+namespace vek {
+bool all_zero_scalar(const uint8_t* data, size_t size) noexcept {
+  for (size_t i = 0; i < size; ++i) {
+    if (data[i] != 0) return false;
+  }
+  return true;
+}
+
+bool all_zero_sse2(const uint8_t* data, size_t size) noexcept {
+  if (size < 16) return all_zero_scalar(data, size);
+  const __m128i zero = _mm_setzero_si128();
+  // head: the first 16 bytes, then on from a boundary
+  if (byte_mask(_mm_cmpeq_epi8(load16(data), zero)) != 0xFFFF) return false;
+  size_t i = aligned_start(data);
+  // main loop: 64 bytes or-ed together, one test a round
+  for (; i + 64 <= size; i += 64) {
+    __m128i any = _mm_or_si128(_mm_or_si128(load16_aligned(data + i), load16_aligned(data + i + 16)),
+                               _mm_or_si128(load16_aligned(data + i + 32), load16_aligned(data + i + 48)));
+    if (byte_mask(_mm_cmpeq_epi8(any, zero)) != 0xFFFF) return false;
+  }
+  // whole vectors left
+  for (; i + 16 <= size; i += 16) {
+    if (byte_mask(_mm_cmpeq_epi8(load16_aligned(data + i), zero)) != 0xFFFF) return false;
+  }
+  // remainder
+  return all_zero_scalar(data + i, size - i);
+}
+}  // namespace vek
+
+bool BytesZeroVEK(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes) {
+  if (block == nullptr) return false;
+  const uint8_t* data = block_data(block);
+  if (data == nullptr) return false;
+  if (numBytes <= 0) return true;  // no bytes, none of them non-zero
+  int32_t count = scan_count(REALMemoryBlockGetSize(block), srcOfs, numBytes);
+  if (count < 0) return false;
+  return vek::all_zero_sse2(data + srcOfs, static_cast<size_t>(count));
+}
+
+// -- BytesEqualVEK -------------------------------------------------------------
+
+namespace vek {
+bool bytes_equal_scalar(const uint8_t* a, const uint8_t* b, size_t size) noexcept {
+  for (size_t i = 0; i < size; ++i) {
+    if (a[i] != b[i]) return false;
+  }
+  return true;
+}
+
+bool bytes_equal_sse2(const uint8_t* a, const uint8_t* b, size_t size) noexcept {
+  if (size < 16) return bytes_equal_scalar(a, b, size);
+  // head: the first 16 bytes, then on from a boundary of `a` (`b` stays unaligned)
+  if (byte_mask(_mm_cmpeq_epi8(load16(a), load16(b))) != 0xFFFF) return false;
+  size_t i = aligned_start(a);
+  // main loop: 64 bytes a round, the four compares and-ed into one test
+  for (; i + 64 <= size; i += 64) {
+    __m128i e0 = _mm_cmpeq_epi8(load16_aligned(a + i), load16(b + i));
+    __m128i e1 = _mm_cmpeq_epi8(load16_aligned(a + i + 16), load16(b + i + 16));
+    __m128i e2 = _mm_cmpeq_epi8(load16_aligned(a + i + 32), load16(b + i + 32));
+    __m128i e3 = _mm_cmpeq_epi8(load16_aligned(a + i + 48), load16(b + i + 48));
+    if (byte_mask(_mm_and_si128(_mm_and_si128(e0, e1), _mm_and_si128(e2, e3))) != 0xFFFF) return false;
+  }
+  // whole vectors left
+  for (; i + 16 <= size; i += 16) {
+    if (byte_mask(_mm_cmpeq_epi8(load16_aligned(a + i), load16(b + i))) != 0xFFFF) return false;
+  }
+  // remainder
+  return bytes_equal_scalar(a + i, b + i, size - i);
+}
+}  // namespace vek
+
+namespace {
+// Whether `count` bytes from `offset` lie within a block. A size of 0 is not
+// known and the caller is trusted; a negative size holds nothing.
+bool run_fits(int32_t size, int32_t offset, int32_t count) {
+  return size == 0 || (size > 0 && int64_t{offset} + count <= size);
+}
+}  // namespace
+
+// A run that reaches past the end of either block is not equal to anything:
+// the bytes it would need are not there.
+bool BytesEqualVEK(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, REALmemoryBlock destBlk,
+                   int32_t destOfs) {
+  if (block == nullptr || destBlk == nullptr) return false;
+  const uint8_t* data = block_data(block);
+  const uint8_t* dest = block_data(destBlk);
+  if (data == nullptr || dest == nullptr) return false;
+  if (numBytes == 0) return true;
+  if (numBytes < 0 || srcOfs < 0 || destOfs < 0) return false;
+  if (!run_fits(REALMemoryBlockGetSize(block), srcOfs, numBytes)) return false;
+  if (!run_fits(REALMemoryBlockGetSize(destBlk), destOfs, numBytes)) return false;
+  return vek::bytes_equal_sse2(data + srcOfs, dest + destOfs, static_cast<size_t>(numBytes));
+}
+
+// -- FindStringVEK, FindBytesVEK -----------------------------------------------
+
+namespace vek {
+// Every start position in turn; the rest of the target is compared only
+// after its first byte matched.
+size_t find_bytes_scalar(const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept {
+  if (length == 0) return 0;
+  if (length > size) return kNotFound;
+  const size_t last = size - length;
+  for (size_t p = 0; p <= last; ++p) {
+    if (data[p] != target[0]) continue;
+    size_t k = 1;
+    while (k < length && data[p + k] == target[k]) ++k;
+    if (k == length) return p;
+  }
+  return kNotFound;
+}
+
+// A start position is a candidate when both the target's first and its last
+// byte match there; only candidates are compared in full, lowest first, so
+// the first occurrence is the one found.
+size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept {
+  if (length == 0) return 0;
+  if (length > size) return kNotFound;
+  if (length == 1) return find_byte_sse2(data, size, target[0]);
+  const __m128i first = _mm_set1_epi8(static_cast<char>(target[0]));
+  const __m128i last = _mm_set1_epi8(static_cast<char>(target[length - 1]));
+  auto candidates = [&](__m128i starts, size_t at) {  // 16 start positions from `at`
+    return _mm_and_si128(_mm_cmpeq_epi8(starts, first), _mm_cmpeq_epi8(load16(data + at + length - 1), last));
+  };
+  auto aligned_candidates = [&](size_t at) { return candidates(load16_aligned(data + at), at); };
+  auto confirm = [&](size_t at, uint64_t mask) {  // the first candidate that is a match
+    for (; mask != 0; mask &= mask - 1) {
+      size_t p = at + static_cast<size_t>(std::countr_zero(mask));
+      if (std::memcmp(data + p + 1, target + 1, length - 2) == 0) return p;
+    }
+    return kNotFound;
+  };
+  const size_t positions = size - length + 1;
+  if (positions < 16) return find_bytes_scalar(data, size, target, length);
+  // head: the first 16 positions, then on from a boundary
+  size_t found = confirm(0, byte_mask(candidates(load16(data), 0)));
+  if (found != kNotFound) return found;
+  size_t i = aligned_start(data);
+  // main loop: 64 positions a round; every load ends within the range while
+  // i + 64 <= positions
+  for (; i + 64 <= positions; i += 64) {
+    __m128i a = aligned_candidates(i), b = aligned_candidates(i + 16), c = aligned_candidates(i + 32),
+            d = aligned_candidates(i + 48);
+    if (byte_mask(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) == 0) continue;
+    found = confirm(i, byte_mask64(a, b, c, d));
+    if (found != kNotFound) return found;
+  }
+  // 16 positions a round
+  for (; i + 16 <= positions; i += 16) {
+    found = confirm(i, byte_mask(aligned_candidates(i)));
+    if (found != kNotFound) return found;
+  }
+  // remainder: the last positions, fewer than sixteen
+  return found_after(i, find_bytes_scalar(data + i, size - i, target, length));
+}
+}  // namespace vek
+
+namespace {
+// What the two searches share once the target's bytes are known: the range
+// of the receiver (maxBytes counts from srcOfs, 0 meaning to the end of the
+// block; a block of size 0 is taken to hold maxBytes bytes), then the scan.
+int32_t search_block(REALmemoryBlock block, int32_t srcOfs, int32_t maxBytes, const uint8_t* target,
+                     int64_t length) {
+  int32_t size = REALMemoryBlockGetSize(block);  // 0 for a nil block
+  const uint8_t* data = block_data(block);
+  int64_t max = maxBytes != 0 ? maxBytes : size;
+  int64_t end = int64_t{srcOfs} + max;
+  int64_t limit = size != 0 ? size : end;
+  if (limit <= srcOfs || length <= 0 || max <= 0 || srcOfs < 0) return -2;
+  if (data == nullptr || target == nullptr) return -2;  // nothing there to read
+  int64_t search_end = std::min({end, limit, int64_t{INT32_MAX}});
+  if (search_end - srcOfs < length) return -1;  // the target does not fit: no position is tried
+  size_t found = vek::find_bytes_sse2(data + srcOfs, static_cast<size_t>(search_end - srcOfs), target,
+                                      static_cast<size_t>(length));
+  return found == vek::kNotFound ? -1 : srcOfs + static_cast<int32_t>(found);
+}
+}  // namespace
+
+int32_t findBytes1(REALmemoryBlock block, int32_t srcOfs, int32_t maxBytes, REALstring target) {
+  rbBytes text(target);  // the string's own bytes, no conversion; a nil string has none
+  return search_block(block, srcOfs, maxBytes, text.data(), text.size());
+}
+
+int32_t findBytes2(REALmemoryBlock block, int32_t srcOfs, int32_t maxBytes, REALmemoryBlock target, int32_t targOfs,
+                   int32_t targLen) {
+  int32_t target_size = REALMemoryBlockGetSize(target);  // 0 for a nil target
+  const uint8_t* target_data = block_data(target);
+  int64_t length = targLen > 0 ? targLen : int64_t{target_size} - targOfs;  // 0 or less: the rest
+  if (length <= 0 || targOfs < 0 || (target_size != 0 && targOfs >= target_size)) return -2;
+  if (target_size > 0 && length > target_size - targOfs) length = target_size - targOfs;  // cut at its end
+  if (target_data == nullptr) return -2;
+  return search_block(block, srcOfs, maxBytes, target_data + targOfs, length);
+}
