@@ -59,45 +59,6 @@ bool MaxVEK(REALmemoryBlock, void*, void*, int32_t, uint8_t, int32_t, int32_t) {
   return {};
 }
 
-void MirrorBitsInBytesVEK(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-void MirrorBytesVEK(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-void MirrorBitsVEK(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-void swapBytes(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-void swapBytes16(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-void swapBytes32(REALmemoryBlock, int32_t, int32_t) {
-  unbuilt();
-}
-
-bool CopyNthBytes(REALmemoryBlock, REALmemoryBlock, int32_t, int32_t, int32_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-bool CopyNthBits(REALmemoryBlock, REALmemoryBlock, int32_t, int32_t, int32_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
-bool ExpandBitsVEK(REALmemoryBlock, REALmemoryBlock, int32_t, int32_t, int32_t) {
-  unbuilt();
-  return {};
-}
-
 uint64_t AddressVEK(REALmemoryBlock, int64_t) {
   unbuilt();
   return {};
