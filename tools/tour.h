@@ -38,3 +38,4 @@ class Tour {
 };
 
 void tour_sub_blocks(Tour& tour);
+void tour_bitops(Tour& tour);

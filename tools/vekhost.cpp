@@ -153,6 +153,7 @@ int tour(const Options& options) {
   {
     Tour tour(host, plugin);
     tour_sub_blocks(tour);
+    tour_bitops(tour);
   }
   LedgerReport ledger = host.ledger();
   std::printf("\nreferences held by the plug-in afterwards: %d, over-released: %d\n", ledger.pluginHeld,
