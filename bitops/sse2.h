@@ -34,13 +34,16 @@ inline __m128i swap_in_words32(__m128i v) {
 // All sixteen bytes in reverse order.
 inline __m128i reverse16(__m128i v) { return _mm_shuffle_epi32(swap_in_words32(v), _MM_SHUFFLE(0, 1, 2, 3)); }
 
-// The eight bits of every byte in reverse order.
+// The eight bits of every byte in reverse order: halves, then pairs, then
+// single bits change places. Masking before each shift keeps bits from
+// crossing into the neighbouring byte of the 16-bit lane.
 inline __m128i mirror_in_bytes(__m128i v) {
-  v = _mm_or_si128(shift_bytes_right(v, 4), shift_bytes_left(v, 4));
-  v = _mm_or_si128(shift_bytes_right(_mm_and_si128(v, bytes_of(0xCC)), 2),
-                   shift_bytes_left(_mm_and_si128(v, bytes_of(0x33)), 2));
-  return _mm_or_si128(shift_bytes_right(_mm_and_si128(v, bytes_of(0xAA)), 1),
-                      shift_bytes_left(_mm_and_si128(v, bytes_of(0x55)), 1));
+  v = _mm_or_si128(_mm_srli_epi16(_mm_and_si128(v, bytes_of(0xF0)), 4),
+                   _mm_slli_epi16(_mm_and_si128(v, bytes_of(0x0F)), 4));
+  v = _mm_or_si128(_mm_srli_epi16(_mm_and_si128(v, bytes_of(0xCC)), 2),
+                   _mm_slli_epi16(_mm_and_si128(v, bytes_of(0x33)), 2));
+  __m128i odd = _mm_and_si128(v, bytes_of(0x55));
+  return _mm_or_si128(_mm_srli_epi16(_mm_and_si128(v, bytes_of(0xAA)), 1), _mm_add_epi8(odd, odd));
 }
 
 }  // namespace vek::sse2

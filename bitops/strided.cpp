@@ -28,22 +28,31 @@ using namespace sse2;
 
 // -- runs of bytes ------------------------------------------------------------------
 
-void copy_nth_bytes_scalar(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t runs) noexcept {
-  for (size_t k = 0; k < runs; ++k) {
+namespace {
+void copy_runs_bytewise(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t first, size_t end) {
+  for (size_t k = first; k < end; ++k) {
     const uint8_t* from = src + static_cast<ptrdiff_t>(k) * step;
     uint8_t* to = dst + k * run_bytes;
     for (size_t i = 0; i < run_bytes; ++i) to[i] = from[i];
   }
 }
+}  // namespace
 
-// Short runs move as one 16-byte load and store while both stay inside the
-// gather's own bytes: the bytes stored past a run are written again by the
-// runs after it. Longer runs move in 16-byte pieces, the last piece ending on
-// the run's last byte; long ones go to memmove.
+void copy_nth_bytes_scalar(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t runs) noexcept {
+  copy_runs_bytewise(dst, src, run_bytes, step, 0, runs);
+}
+
+// Short runs move as one 16-byte load and store wherever those 16 bytes stay
+// inside the gather's own bytes: the source from its lowest to its highest
+// run, the destination's runs. The bytes stored past a run are written again
+// by the runs after it. Longer runs move in 16-byte pieces, the last piece
+// ending on the run's last byte; long ones go to memmove.
 void copy_nth_bytes_sse2(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t runs) noexcept {
   if (runs == 0 || run_bytes == 0) return;
   if (run_bytes >= 256) {
-    for (size_t k = 0; k < runs; ++k) std::memmove(dst + k * run_bytes, src + static_cast<ptrdiff_t>(k) * step, run_bytes);
+    for (size_t k = 0; k < runs; ++k) {
+      std::memmove(dst + k * run_bytes, src + static_cast<ptrdiff_t>(k) * step, run_bytes);
+    }
     return;
   }
   if (run_bytes >= 16) {
@@ -55,18 +64,30 @@ void copy_nth_bytes_sse2(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptr
     }
     return;
   }
-  // Highest source byte of the gather, plus one: run 0's end for a backward walk.
-  ptrdiff_t source_end = (step > 0 ? static_cast<ptrdiff_t>(runs - 1) * step : 0) + static_cast<ptrdiff_t>(run_bytes);
-  size_t dest_end = runs * run_bytes;
-  for (size_t k = 0; k < runs; ++k) {
-    ptrdiff_t from = static_cast<ptrdiff_t>(k) * step;
-    size_t to = k * run_bytes;
-    if (source_end - from >= 16 && dest_end - to >= 16) {
-      store(dst + to, load(src + from));
-    } else {
-      for (size_t i = 0; i < run_bytes; ++i) dst[to + i] = src[from + static_cast<ptrdiff_t>(i)];
-    }
+  // The runs [wide_first, wide_end) can move 16 bytes: in the destination a
+  // prefix of the runs; in the source a prefix going forwards, a suffix going
+  // backwards (past run 0's end lies nothing of the gather), none in place.
+  size_t dest_bytes = runs * run_bytes;
+  size_t wide_first = 0;
+  size_t wide_end = dest_bytes < 16 ? 0 : std::min(runs, (dest_bytes - 16) / run_bytes + 1);
+  if (step > 0) {
+    size_t source_end = (runs - 1) * static_cast<size_t>(step) + run_bytes;
+    wide_end = source_end < 16 ? 0 : std::min(wide_end, (source_end - 16) / static_cast<size_t>(step) + 1);
+  } else if (step < 0) {
+    auto back = static_cast<size_t>(-step);
+    wide_first = (16 - run_bytes + back - 1) / back;
+  } else {
+    wide_end = 0;
   }
+  if (wide_first > wide_end) wide_first = wide_end;
+  // head: runs too near the source's top for a 16-byte load
+  copy_runs_bytewise(dst, src, run_bytes, step, 0, wide_first);
+  // main loop
+  ptrdiff_t from = static_cast<ptrdiff_t>(wide_first) * step;
+  size_t to = wide_first * run_bytes;
+  for (size_t k = wide_first; k < wide_end; ++k, from += step, to += run_bytes) store(dst + to, load(src + from));
+  // remainder: runs too near either end for a 16-byte move
+  copy_runs_bytewise(dst, src, run_bytes, step, wide_end, runs);
 }
 
 }  // namespace vek
@@ -213,6 +234,14 @@ void copy_nth_bits_words(uint8_t* dst, size_t dst_bit, const uint8_t* src, size_
   BitSink sink{dst + dst_bit / 8, 0, static_cast<unsigned>(dst_bit % 8)};
   uint64_t from = src_bit;
   uint64_t copied = 0;
+  // main loop: short whole runs, one wide read each
+  if (run_bits <= 32) {
+    auto count = static_cast<unsigned>(run_bits);
+    for (; total - copied >= run_bits && from / 8 + 8 <= source_end; copied += run_bits, from += run_bits + gap) {
+      sink.put(take_bits(src, from, count, true), count);
+    }
+  }
+  // remainder: runs near the source's end, long runs, a cut last run
   while (copied < total) {
     uint64_t left = std::min<uint64_t>(run_bits, total - copied);
     while (left > 0) {
