@@ -115,6 +115,9 @@ bool CopyNthBytes(REALmemoryBlock block, REALmemoryBlock source, int32_t sourceO
   auto start = [&](int64_t k) { return sourceOffsetBytes + k * stepCount; };
   if (source_size > 0 && sourceOffsetBytes >= source_size) return false;
   if (start(runs - 1) < 0) return false;
+  if (source_size > 0 && stepCount > 0) {  // runs that would start past the source's end
+    runs = std::min<int64_t>(runs, (source_size - 1 - sourceOffsetBytes) / stepCount + 1);
+  }
   auto length = [&](int64_t k) {  // the bytes of run k both blocks hold
     return vek::count_in_block(start(k), std::min<int64_t>(byteCount, out - k * byteCount), source_size);
   };

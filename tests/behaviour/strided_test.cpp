@@ -162,6 +162,9 @@ TEST_P(Strided, RawAddressBlocksTrustTheRange) {
   EXPECT_EQ(Bytes(raw, raw + 6), (Bytes{1, 2, 5, 6, 9, 10}));
   EXPECT_TRUE(plugin().method<Gather>(kNthBits)(over, source, 4, 4, 4, 4, 8));
   EXPECT_EQ(Bytes(raw, raw + 6), (Bytes{0x01, 0x23, 0x45, 0x67, 0x80, 10}));
+  // The source's end still bounds the gather: two runs, not 2147483647.
+  EXPECT_TRUE(plugin().method<Gather>(kNthBytes)(over, source, 10, 0, 1, 1, kMax));
+  EXPECT_EQ(Bytes(raw, raw + 6), (Bytes{11, 12, 0x45, 0x67, 0x80, 10}));
 
   std::copy_n(counting(4).begin(), 4, raw);
   REALmemoryBlock dest = block(Bytes(16, 0xEE));
