@@ -42,3 +42,4 @@ void tour_memory(Tour& tour);  // the MemoryBlockVEK class, global constructors,
 void tour_numeric(Tour& tour);
 void tour_colour_signal(Tour& tour);
 void tour_search_fields(Tour& tour);
+void tour_bitops(Tour& tour);

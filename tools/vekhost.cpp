@@ -157,6 +157,7 @@ int tour(const Options& options) {
     tour_numeric(tour);
     tour_colour_signal(tour);
     tour_search_fields(tour);
+    tour_bitops(tour);
   }
   LedgerReport ledger = host.ledger();
   std::printf("\nreferences held by the plug-in afterwards: %d, over-released: %d\n", ledger.pluginHeld,
