@@ -17,21 +17,10 @@
 
 #include <cstring>
 
+#include "blockops/run_in_block.h"
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
-
-namespace {
-// How much of a run of `count` bytes from `offset` lies in a block of `size`
-// bytes: cut back at the end, 0 when it starts at or past the end or the size
-// makes no sense. A size of 0 is not known, and the run is the caller's.
-int32_t run_in_block(int32_t offset, int32_t count, int32_t size) {
-  if (size < 0) return 0;
-  if (size == 0) return count;
-  if (offset >= size) return 0;
-  return count <= size - offset ? count : size - offset;
-}
-}  // namespace
 
 int32_t GetBlockSize(REALmemoryBlock block, int32_t) {
   if (block == nullptr) return 0;
