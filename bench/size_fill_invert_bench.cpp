@@ -1,9 +1,15 @@
-// InvertBytesVEK and FillBytesVEK beside what bounds them. Inverting in place
-// reads and writes every byte once, so its memory-bound reference is two
-// memcpys of N/2 inside the same N-byte buffer (N bytes read, N written, the
-// same footprint); plain memcpy of N bytes between two buffers and the scalar
-// twin run in the same binary. Fill is one memset of the run.
+// InvertBytesVEK and FillBytesVEK beside what bounds them, one row per name:
+//   BM_InvertBytesVEK/method   the registered method, called as a host calls it
+//   BM_InvertBytesVEK/best     the level the plug-in picks on this CPU
+//   BM_InvertBytesVEK/<level>  each level of the family (scalar is the twin)
+//   BM_InvertBytesVEK/limit    two memcpys of N/2 inside the same N bytes: N read
+//                              and N written, the footprint of inverting in place
+//   BM_InvertBytesVEK/memcpy   one memcpy of N bytes between two buffers
+//   BM_FillBytesVEK/method     the registered method (one memset of the run)
+//   BM_FillBytesVEK/limit      memset of the same N bytes
+// Sizes 16 KiB, 1 MiB and 64 MiB, and 0..300 for the small-size check.
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -16,8 +22,7 @@ namespace {
 using Invert = void(REALmemoryBlock, int32_t, int32_t);
 using Fill = void(REALmemoryBlock, int32_t, int32_t, int32_t);
 
-template <void (*kernel)(uint8_t*, size_t) noexcept>
-void BM_InvertKernel(benchmark::State& state) {
+void invert_with(benchmark::State& state, void (*kernel)(uint8_t*, size_t) noexcept) {
   auto size = static_cast<size_t>(state.range(0));
   std::vector<uint8_t> bytes(size, 0x5A);
   for (auto _ : state) {
@@ -26,6 +31,16 @@ void BM_InvertKernel(benchmark::State& state) {
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
+
+void BM_InvertLevel(benchmark::State& state, vek::Level level, void (*kernel)(uint8_t*, size_t) noexcept) {
+  if (!vek::cpu_has(level)) {
+    state.SkipWithError((std::string("CPU lacks ") + vek::level_name(level)).c_str());
+    return;
+  }
+  invert_with(state, kernel);
+}
+
+void BM_InvertBest(benchmark::State& state) { invert_with(state, vek::invert_bytes_kernels.best().invert); }
 
 void BM_TwoHalfMemcpysInPlace(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
@@ -62,7 +77,7 @@ void BM_Memset(benchmark::State& state) {
 }
 
 // The registered methods, called as a host calls them, on a host block.
-void BM_InvertBytesVEK(benchmark::State& state) {
+void BM_InvertMethod(benchmark::State& state) {
   SimHost host;
   LoadedPlugin plugin(VEK_PLUGIN_PATH);
   plugin.start(host);
@@ -76,7 +91,7 @@ void BM_InvertBytesVEK(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * size);
 }
 
-void BM_FillBytesVEK(benchmark::State& state) {
+void BM_FillMethod(benchmark::State& state) {
   SimHost host;
   LoadedPlugin plugin(VEK_PLUGIN_PATH);
   plugin.start(host);
@@ -91,13 +106,21 @@ void BM_FillBytesVEK(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * size);
 }
 
-void sizes(benchmark::internal::Benchmark* b) { b->Arg(16 << 10)->Arg(1 << 20)->Arg(64 << 20); }
+void sizes(benchmark::internal::Benchmark* b) {
+  b->Arg(16 << 10)->Arg(1 << 20)->Arg(64 << 20)->DenseRange(0, 300, 17)->MinTime(0.05);
+}
 
-BENCHMARK(BM_InvertKernel<vek::invert_bytes_sse2>)->Apply(sizes);
-BENCHMARK(BM_InvertKernel<vek::invert_bytes_scalar>)->Apply(sizes);
-BENCHMARK(BM_InvertBytesVEK)->Apply(sizes);
-BENCHMARK(BM_TwoHalfMemcpysInPlace)->Apply(sizes);
-BENCHMARK(BM_Memcpy)->Apply(sizes);
-BENCHMARK(BM_FillBytesVEK)->Apply(sizes);
-BENCHMARK(BM_Memset)->Apply(sizes);
+const bool registered = [] {
+  benchmark::RegisterBenchmark("BM_InvertBytesVEK/method", BM_InvertMethod)->Apply(sizes);
+  benchmark::RegisterBenchmark("BM_InvertBytesVEK/best", BM_InvertBest)->Apply(sizes);
+  for (const auto& level : vek::invert_bytes_kernels.levels()) {
+    std::string name = std::string("BM_InvertBytesVEK/") + vek::level_name(level.level);
+    benchmark::RegisterBenchmark(name.c_str(), BM_InvertLevel, level.level, level.table.invert)->Apply(sizes);
+  }
+  benchmark::RegisterBenchmark("BM_InvertBytesVEK/limit", BM_TwoHalfMemcpysInPlace)->Apply(sizes);
+  benchmark::RegisterBenchmark("BM_InvertBytesVEK/memcpy", BM_Memcpy)->Apply(sizes);
+  benchmark::RegisterBenchmark("BM_FillBytesVEK/method", BM_FillMethod)->Apply(sizes);
+  benchmark::RegisterBenchmark("BM_FillBytesVEK/limit", BM_Memset)->Apply(sizes);
+  return true;
+}();
 }  // namespace

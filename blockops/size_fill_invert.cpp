@@ -13,7 +13,7 @@
 // over a raw address) has no known end: the caller's run is trusted there.
 #include "blockops/size_fill_invert.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstring>
 
@@ -54,19 +54,31 @@ void InvertBytesVEK(REALmemoryBlock block, int32_t offset, int32_t count) {
   if (count <= 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
-  vek::invert_bytes_sse2(data + offset, static_cast<size_t>(count));
+  vek::invert_bytes_kernels.best().invert(data + offset, static_cast<size_t>(count));
 }
 
 namespace vek {
 namespace {
 template <typename Word>
-void complement_words(uint8_t* data, size_t count) noexcept {
+[[gnu::always_inline]] inline void complement_words(uint8_t* data, size_t count) noexcept {
   for (size_t i = 0; i < count; i += sizeof(Word)) {
     Word word;
     std::memcpy(&word, data + i, sizeof word);
     word = static_cast<Word>(~word);
     std::memcpy(data + i, &word, sizeof word);
   }
+}
+
+// The last 0..15 bytes of a vector level, by the twin's word steps: one
+// 64-bit, one 32-bit, one 16-bit word and one byte, as the count's bits say.
+[[gnu::always_inline]] inline void invert_tail(uint8_t* data, size_t count) noexcept {
+  complement_words<uint64_t>(data, count & 8);
+  data += count & 8;
+  complement_words<uint32_t>(data, count & 4);
+  data += count & 4;
+  complement_words<uint16_t>(data, count & 2);
+  data += count & 2;
+  complement_words<uint8_t>(data, count & 1);
 }
 }  // namespace
 
@@ -83,7 +95,7 @@ void invert_bytes_scalar(uint8_t* data, size_t count) noexcept {
 }
 
 // Four unaligned vectors per step keep two loads and two stores in flight;
-// the last 0..15 bytes go to the scalar twin.
+// the last 0..15 bytes go to the twin's word steps.
 void invert_bytes_sse2(uint8_t* data, size_t count) noexcept {
   const __m128i ones = _mm_set1_epi32(-1);
   size_t i = 0;
@@ -104,7 +116,54 @@ void invert_bytes_sse2(uint8_t* data, size_t count) noexcept {
     auto* p = reinterpret_cast<__m128i*>(data + i);
     _mm_storeu_si128(p, _mm_xor_si128(_mm_loadu_si128(p), ones));
   }
-  // remainder
-  invert_bytes_scalar(data + i, count - i);
+  invert_tail(data + i, count - i);
 }
+
+// Four 32-byte vectors per step. Short runs go to the SSE2 level whole (the
+// shortest straight to its tail). On a
+// long run the bytes before the first 32-byte boundary go to the SSE2 level
+// first, so that no store of the vector loop straddles a cache line; the last
+// 0..31 bytes go there too.
+[[gnu::target("avx2")]] void invert_bytes_avx2(uint8_t* data, size_t count) noexcept {
+  if (count < 16) {
+    invert_tail(data, count);
+    return;
+  }
+  if (count < 64) {
+    invert_bytes_sse2(data, count);
+    return;
+  }
+  size_t i = 0;
+  if (count >= 256) {
+    i = (32 - reinterpret_cast<uintptr_t>(data) % 32) % 32;
+    if (i != 0) invert_bytes_sse2(data, i);
+  }
+  const __m256i ones = _mm256_set1_epi32(-1);
+  for (; i + 128 <= count; i += 128) {
+    auto* p = reinterpret_cast<__m256i*>(data + i);
+    __m256i a = _mm256_loadu_si256(p);
+    __m256i b = _mm256_loadu_si256(p + 1);
+    __m256i c = _mm256_loadu_si256(p + 2);
+    __m256i d = _mm256_loadu_si256(p + 3);
+    _mm256_storeu_si256(p, _mm256_xor_si256(a, ones));
+    _mm256_storeu_si256(p + 1, _mm256_xor_si256(b, ones));
+    _mm256_storeu_si256(p + 2, _mm256_xor_si256(c, ones));
+    _mm256_storeu_si256(p + 3, _mm256_xor_si256(d, ones));
+  }
+  for (; i + 32 <= count; i += 32) {
+    auto* p = reinterpret_cast<__m256i*>(data + i);
+    _mm256_storeu_si256(p, _mm256_xor_si256(_mm256_loadu_si256(p), ones));
+  }
+  // SSE code run while the upper halves are dirty is several times slower,
+  // here and in the caller, and the compiler leaves them dirty before a tail
+  // call.
+  _mm256_zeroupper();
+  if (i != count) invert_bytes_sse2(data + i, count - i);
+}
+
+constinit KernelFamily<InvertBytesTable, 3> invert_bytes_kernels{{{
+    {Level::AVX2, {invert_bytes_avx2}},
+    {Level::SSE2, {invert_bytes_sse2}},
+    {Level::Scalar, {invert_bytes_scalar}},
+}}};
 }  // namespace vek

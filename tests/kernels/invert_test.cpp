@@ -1,8 +1,10 @@
-// The invert kernel: the scalar twin against a byte-by-byte oracle, and the
-// SSE2 level against the twin over random bytes, sizes 0..300 and every
-// start misalignment, in buffers whose ends are guarded.
+// The invert kernels: the scalar twin against a byte-by-byte oracle, and every
+// level of the family against the twin over random bytes, sizes 0..300 and a
+// few large ones, every start misalignment within a 64-byte line, in buffers
+// with canaries and in buffers whose ends are guarded.
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -11,12 +13,20 @@
 #include "tests/support/guarded_buffer.h"
 
 namespace {
-using Kernel = void (*)(uint8_t*, size_t) noexcept;
+using InvertLevel = vek::KernelLevel<vek::InvertBytesTable>;
 
 std::vector<uint8_t> random_bytes(size_t size, std::mt19937& random) {
   std::vector<uint8_t> bytes(size);
   for (uint8_t& b : bytes) b = static_cast<uint8_t>(random());
   return bytes;
+}
+
+// 0..300 and a few sizes that run many times through the main loops.
+std::vector<size_t> sizes() {
+  std::vector<size_t> result;
+  for (size_t size = 0; size <= 300; ++size) result.push_back(size);
+  for (size_t size : {4096 + 37, 65536 + 5}) result.push_back(size);
+  return result;
 }
 
 // All 256 values, at each of the three widths the twin picks by count.
@@ -31,40 +41,69 @@ TEST(InvertKernel, ScalarTwinComplementsEveryValue) {
   }
 }
 
-// Every level against the twin, with canaries around the run.
-TEST(InvertKernel, Sse2MatchesTwinAtEveryMisalignment) {
+class InvertLevels : public ::testing::TestWithParam<InvertLevel> {
+ protected:
+  void SetUp() override {
+    if (!vek::cpu_has(GetParam().level)) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam().level);
+  }
+};
+
+// The level against the twin, with canaries on both sides of the run.
+TEST_P(InvertLevels, MatchesTwinAtEveryMisalignment) {
   std::mt19937 random(1);
-  constexpr size_t kCanary = 16;
-  for (size_t size = 0; size <= 300; ++size) {
+  constexpr size_t kCanary = 64;  // keeps the run's start misalignment that of the offset in a 64-byte line
+  for (size_t size : sizes()) {
+    std::vector<uint8_t> storage(size + 3 * kCanary + 64);
+    // The first byte of `line` sits on a 64-byte boundary.
+    size_t lead = (64 - reinterpret_cast<uintptr_t>(storage.data()) % 64) % 64;
     for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
-      std::vector<uint8_t> original = random_bytes(64 + size + 2 * kCanary, random);
+      std::vector<uint8_t> original = random_bytes(storage.size(), random);
       std::vector<uint8_t> by_twin = original;
-      std::vector<uint8_t> by_sse2 = original;
-      // Storage is 16-byte aligned; the misalignment moves the start through a 64-byte line.
-      vek::invert_bytes_scalar(by_twin.data() + kCanary + misalignment, size);
-      vek::invert_bytes_sse2(by_sse2.data() + kCanary + misalignment, size);
-      ASSERT_EQ(by_sse2, by_twin) << "size " << size << ", misalignment " << misalignment;
-      ASSERT_EQ(std::memcmp(by_sse2.data(), original.data(), kCanary + misalignment), 0);
+      std::memcpy(storage.data(), original.data(), storage.size());
+      size_t start = lead + kCanary + misalignment;
+      vek::invert_bytes_scalar(by_twin.data() + start, size);
+      GetParam().table.invert(storage.data() + start, size);
+      ASSERT_EQ(storage, by_twin) << "size " << size << ", misalignment " << misalignment;
     }
   }
 }
 
-// Runs that end at a PROT_NONE page, or start right after one: a load or a
-// store past the run faults.
-TEST(InvertKernel, StaysInsideGuardedRuns) {
+// Runs that end at a PROT_NONE page, or start right after one (at each
+// misalignment): a load or a store past the run faults.
+TEST_P(InvertLevels, StaysInsideGuardedRuns) {
   std::mt19937 random(2);
-  for (Kernel kernel : {&vek::invert_bytes_scalar, &vek::invert_bytes_sse2}) {
-    for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
-      for (size_t size = 0; size <= 300; ++size) {
-        GuardedBuffer buffer(size, side);
-        std::vector<uint8_t> original = random_bytes(size, random);
-        if (size != 0) std::memcpy(buffer.data(), original.data(), size);
-        kernel(buffer.data(), size);
-        for (size_t i = 0; i < size; ++i) {
-          ASSERT_EQ(buffer.data()[i], static_cast<uint8_t>(~original[i])) << "size " << size << ", byte " << i;
-        }
-      }
+  auto check = [&](size_t size, GuardSide side, size_t lead) {
+    GuardedBuffer buffer(lead + size, side);
+    uint8_t* run = buffer.data() + lead;
+    std::vector<uint8_t> original = random_bytes(size, random);
+    if (size != 0) std::memcpy(run, original.data(), size);
+    GetParam().table.invert(run, size);
+    for (size_t i = 0; i < size; ++i) {
+      ASSERT_EQ(run[i], static_cast<uint8_t>(~original[i])) << "size " << size << ", lead " << lead << ", byte " << i;
+    }
+  };
+  for (size_t size : sizes()) {
+    check(size, GuardSide::After, 0);  // the start's misalignment follows from the size
+    for (size_t lead = 0; lead < 64; ++lead) check(size, GuardSide::Before, lead);
+    if (HasFatalFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, InvertLevels,
+                         ::testing::ValuesIn(vek::invert_bytes_kernels.levels().begin(),
+                                             vek::invert_bytes_kernels.levels().end()),
+                         [](const ::testing::TestParamInfo<InvertLevel>& info) {
+                           return std::string(vek::level_name(info.param.level));
+                         });
+
+// The adapters' choice is one of the family's levels, the first this CPU runs.
+TEST(InvertKernel, BestIsTheFirstLevelTheCpuRuns) {
+  for (const InvertLevel& level : vek::invert_bytes_kernels.levels()) {
+    if (vek::cpu_has(level.level)) {
+      EXPECT_EQ(vek::invert_bytes_kernels.best().invert, level.table.invert) << vek::level_name(level.level);
+      return;
     }
   }
+  FAIL() << "no level this CPU runs";
 }
 }  // namespace
