@@ -62,6 +62,7 @@ struct Ranges {
   uint8_t* b;
   size_t size;
   std::string where;
+  bool guarded = false;  // next to a PROT_NONE page
 };
 
 uint8_t* align64(uint8_t* p) {
@@ -72,7 +73,8 @@ uint8_t* align64(uint8_t* p) {
 // Runs `check` over every placement of two ranges: first in padded storage
 // at each misalignment (b shifted differently from a), the padding set to
 // `outside_a` / `outside_b` so that a read beyond a range would change the
-// answer; then at guard pages. `check` fills the ranges and compares.
+// answer; then at guard pages, three times, so that every kind of content
+// taken in turn meets them. `check` fills the ranges and compares.
 template <class Check>
 void for_every_range(uint8_t outside_a, uint8_t outside_b, Check check) {
   std::vector<uint8_t> storage_a(kAlignments * 3 + kMaxSize + kAlignments);
@@ -92,9 +94,12 @@ void for_every_range(uint8_t outside_a, uint8_t outside_b, Check check) {
     for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
       GuardedBuffer a(size, side);
       GuardedBuffer b(size, side);
-      check(Ranges{a.data(), b.data(), size,
-                   "size " + std::to_string(size) + (side == GuardSide::After ? ", guard after" : ", guard before")});
-      if (::testing::Test::HasFailure()) return;
+      for (int round = 0; round < 3; ++round) {
+        check(Ranges{a.data(), b.data(), size,
+                     "size " + std::to_string(size) + (side == GuardSide::After ? ", guard after" : ", guard before"),
+                     true});
+        if (::testing::Test::HasFailure()) return;
+      }
     }
   }
 }
@@ -205,21 +210,31 @@ TEST_P(Kernels, FindBytesAgreesWithStdSearch) {
   auto find_bytes = at_level(vek::find_bytes_kernels).find_bytes;
   std::mt19937 rng(5);
   size_t turn = 0;
-  for_every_range(1, 1, [&](const Ranges& r) {
-    size_t length = kTargetLengths[turn % std::size(kTargetLengths)];
-    // Two-letter text makes partial matches (first and last byte equal,
-    // something between not) common; random text with a planted target
-    // checks the plain case.
-    bool two_letters = turn++ / std::size(kTargetLengths) % 2 == 0;
+  // Two-letter text makes partial matches (first and last byte equal,
+  // something between not) common; random text with a target planted at a
+  // random place, or at the last one, checks the plain case.
+  enum class Text { TwoLetters, Planted, PlantedLast };
+  auto check = [&](const Ranges& r, size_t length, Text text) {
+    bool two_letters = text == Text::TwoLetters;
     std::vector<uint8_t> target(length);
     for (uint8_t& t : target) t = two_letters ? static_cast<uint8_t>(rng() % 2) : static_cast<uint8_t>(rng());
     for (size_t i = 0; i < r.size; ++i) r.a[i] = two_letters ? static_cast<uint8_t>(rng() % 2) : static_cast<uint8_t>(rng());
-    if (!two_letters && length <= r.size && rng() % 2 == 0) {
+    if (text == Text::Planted && length <= r.size && rng() % 2 == 0) {
       std::memcpy(r.a + rng() % (r.size - length + 1), target.data(), length);
     }
+    if (text == Text::PlantedLast && length <= r.size) std::memcpy(r.a + r.size - length, target.data(), length);
     size_t expected =
         oracle_position(r.a, std::search(r.a, r.a + r.size, target.begin(), target.end()), r.a + r.size);
     EXPECT_EQ(find_bytes(r.a, r.size, target.data(), length), expected) << r.where << ", length " << length;
+  };
+  for_every_range(1, 1, [&](const Ranges& r) {
+    if (r.guarded) {
+      // every length runs to the last byte before (or from the first after) the page
+      for (size_t length : kTargetLengths) check(r, length, Text::PlantedLast);
+      return;
+    }
+    size_t length = kTargetLengths[turn % std::size(kTargetLengths)];
+    check(r, length, turn++ / std::size(kTargetLengths) % 2 == 0 ? Text::TwoLetters : Text::Planted);
   });
 }
 
