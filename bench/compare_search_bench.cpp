@@ -1,13 +1,16 @@
 // The compare and search methods against the C library in the same run:
 // FindByteVEK against memchr, FindNotByteVEK and BytesZeroVEK against memchr
 // over the same bytes (a memchr-class single pass with no match), BytesEqualVEK
-// against memcmp and FindBytesVEK against memmem. Each method is measured
-// through the simulated host (the registered function, as a program calls it)
-// and at its kernel levels, SSE2 and the scalar twin. Every case reads the
-// whole range: the match, if any, is the last possible one.
+// against memcmp and FindBytesVEK against memmem. Each method is measured as
+// BM_<Method>/<how>: "best" is the level the plug-in chose (through best()),
+// then every level this CPU runs (the scalar twin last), the C library
+// reference, and "host", the registered function called through the
+// simulated host. Every case reads the whole range: the match, if any, is the
+// last possible one.
 #include <cstring>
 #include <map>
 #include <random>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -63,7 +66,7 @@ const Bytes& find_byte_data(size_t size) {
   return cached(cache, size, [&] {
     Bytes data = random_bytes(size, 1);
     for (uint8_t& b : data) b = b == kWanted ? static_cast<uint8_t>(b + 1) : b;
-    data.back() = kWanted;
+    if (size > 0) data.back() = kWanted;
     return data;
   });
 }
@@ -73,7 +76,7 @@ const Bytes& find_not_byte_data(size_t size) {
   static std::map<size_t, Bytes> cache;
   return cached(cache, size, [&] {
     Bytes data(size, kFill);
-    data.back() = 0;
+    if (size > 0) data.back() = 0;
     return data;
   });
 }
@@ -100,7 +103,7 @@ void finish(benchmark::State& state, size_t size) {
 
 // -- FindByteVEK ------------------------------------------------------------------
 
-void BM_FindByteVEK(benchmark::State& state) {
+void find_byte_host(benchmark::State& state) {
   static std::map<size_t, B> blocks;
   auto size = static_cast<size_t>(state.range(0));
   B block = cached_block(blocks, size, find_byte_data(size));
@@ -110,15 +113,15 @@ void BM_FindByteVEK(benchmark::State& state) {
   finish(state, size);
 }
 
-template <size_t (*Kernel)(const uint8_t*, size_t, uint8_t) noexcept>
-void BM_find_byte(benchmark::State& state) {
+template <class Kernel>
+void find_byte(benchmark::State& state, Kernel kernel) {
   auto size = static_cast<size_t>(state.range(0));
   const Bytes& data = find_byte_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(Kernel(data.data(), size, kWanted));
+  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size, kWanted));
   finish(state, size);
 }
 
-void BM_memchr(benchmark::State& state) {
+void find_byte_memchr(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
   const Bytes& data = find_byte_data(size);
   for (auto _ : state) benchmark::DoNotOptimize(std::memchr(data.data(), kWanted, size));
@@ -127,7 +130,7 @@ void BM_memchr(benchmark::State& state) {
 
 // -- FindNotByteVEK ---------------------------------------------------------------
 
-void BM_FindNotByteVEK(benchmark::State& state) {
+void find_not_byte_host(benchmark::State& state) {
   static std::map<size_t, B> blocks;
   auto size = static_cast<size_t>(state.range(0));
   B block = cached_block(blocks, size, find_not_byte_data(size));
@@ -137,16 +140,16 @@ void BM_FindNotByteVEK(benchmark::State& state) {
   finish(state, size);
 }
 
-template <size_t (*Kernel)(const uint8_t*, size_t, uint8_t) noexcept>
-void BM_find_not_byte(benchmark::State& state) {
+template <class Kernel>
+void find_not_byte(benchmark::State& state, Kernel kernel) {
   auto size = static_cast<size_t>(state.range(0));
   const Bytes& data = find_not_byte_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(Kernel(data.data(), size, kFill));
+  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size, kFill));
   finish(state, size);
 }
 
 // The same bytes in one memchr pass that finds nothing until the end.
-void BM_memchr_not_byte_reference(benchmark::State& state) {
+void find_not_byte_memchr(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
   const Bytes& data = find_not_byte_data(size);
   for (auto _ : state) benchmark::DoNotOptimize(std::memchr(data.data(), 0, size));
@@ -155,7 +158,7 @@ void BM_memchr_not_byte_reference(benchmark::State& state) {
 
 // -- BytesZeroVEK -----------------------------------------------------------------
 
-void BM_BytesZeroVEK(benchmark::State& state) {
+void all_zero_host(benchmark::State& state) {
   static std::map<size_t, B> blocks;
   auto size = static_cast<size_t>(state.range(0));
   B block = cached_block(blocks, size, zero_data(size));
@@ -165,15 +168,15 @@ void BM_BytesZeroVEK(benchmark::State& state) {
   finish(state, size);
 }
 
-template <bool (*Kernel)(const uint8_t*, size_t) noexcept>
-void BM_all_zero(benchmark::State& state) {
+template <class Kernel>
+void all_zero(benchmark::State& state, Kernel kernel) {
   auto size = static_cast<size_t>(state.range(0));
   const Bytes& data = zero_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(Kernel(data.data(), size));
+  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size));
   finish(state, size);
 }
 
-void BM_memchr_zero_reference(benchmark::State& state) {
+void all_zero_memchr(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
   const Bytes& data = zero_data(size);
   for (auto _ : state) benchmark::DoNotOptimize(std::memchr(data.data(), 1, size));
@@ -182,7 +185,7 @@ void BM_memchr_zero_reference(benchmark::State& state) {
 
 // -- BytesEqualVEK ----------------------------------------------------------------
 
-void BM_BytesEqualVEK(benchmark::State& state) {
+void bytes_equal_host(benchmark::State& state) {
   static std::map<size_t, std::pair<B, B>> blocks;
   auto size = static_cast<size_t>(state.range(0));
   auto it = blocks.find(size);
@@ -201,15 +204,15 @@ const std::pair<Bytes, Bytes>& equal_pair(size_t size) {
   return it->second;
 }
 
-template <bool (*Kernel)(const uint8_t*, const uint8_t*, size_t) noexcept>
-void BM_bytes_equal(benchmark::State& state) {
+template <class Kernel>
+void bytes_equal(benchmark::State& state, Kernel kernel) {
   auto size = static_cast<size_t>(state.range(0));
   const auto& [a, b] = equal_pair(size);
-  for (auto _ : state) benchmark::DoNotOptimize(Kernel(a.data(), b.data(), size));
+  for (auto _ : state) benchmark::DoNotOptimize(kernel(a.data(), b.data(), size));
   finish(state, size);
 }
 
-void BM_memcmp(benchmark::State& state) {
+void bytes_equal_memcmp(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
   const auto& [a, b] = equal_pair(size);
   for (auto _ : state) benchmark::DoNotOptimize(std::memcmp(a.data(), b.data(), size));
@@ -219,7 +222,8 @@ void BM_memcmp(benchmark::State& state) {
 // -- FindBytesVEK -----------------------------------------------------------------
 
 // Random bytes with the target (random too) only at the very end: earlier
-// chance occurrences are broken up.
+// chance occurrences are broken up. A range shorter than the target holds
+// none.
 struct SearchCase {
   Bytes data;
   Bytes target;
@@ -231,19 +235,21 @@ const SearchCase& search_case(size_t size, size_t length) {
   auto it = cache.find(key);
   if (it != cache.end()) return it->second;
   SearchCase c{random_bytes(size, 3), random_bytes(length, 4)};
-  std::memcpy(c.data.data() + size - length, c.target.data(), length);
-  size_t from = 0;
-  for (;;) {
-    auto* found = static_cast<uint8_t*>(memmem(c.data.data() + from, size - from, c.target.data(), length));
-    auto at = static_cast<size_t>(found - c.data.data());
-    if (at == size - length) break;
-    c.data[at] ^= 0x01;  // no longer starts the target; look again from where a new one could start
-    from = at >= length ? at - length + 1 : 0;
+  if (size >= length) {
+    std::memcpy(c.data.data() + size - length, c.target.data(), length);
+    size_t from = 0;
+    for (;;) {
+      auto* found = static_cast<uint8_t*>(memmem(c.data.data() + from, size - from, c.target.data(), length));
+      auto at = static_cast<size_t>(found - c.data.data());
+      if (at == size - length) break;
+      c.data[at] ^= 0x01;  // no longer starts the target; look again from where a new one could start
+      from = at >= length ? at - length + 1 : 0;
+    }
   }
   return cache.emplace(key, std::move(c)).first->second;
 }
 
-void BM_FindBytesVEK(benchmark::State& state) {
+void find_bytes_host(benchmark::State& state) {
   static std::map<std::pair<size_t, size_t>, std::pair<B, B>> blocks;
   auto size = static_cast<size_t>(state.range(0));
   auto length = static_cast<size_t>(state.range(1));
@@ -260,16 +266,16 @@ void BM_FindBytesVEK(benchmark::State& state) {
   finish(state, size);
 }
 
-template <size_t (*Kernel)(const uint8_t*, size_t, const uint8_t*, size_t) noexcept>
-void BM_find_bytes(benchmark::State& state) {
+template <class Kernel>
+void find_bytes(benchmark::State& state, Kernel kernel) {
   auto size = static_cast<size_t>(state.range(0));
   auto length = static_cast<size_t>(state.range(1));
   const SearchCase& c = search_case(size, length);
-  for (auto _ : state) benchmark::DoNotOptimize(Kernel(c.data.data(), size, c.target.data(), length));
+  for (auto _ : state) benchmark::DoNotOptimize(kernel(c.data.data(), size, c.target.data(), length));
   finish(state, size);
 }
 
-void BM_memmem(benchmark::State& state) {
+void find_bytes_memmem(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
   auto length = static_cast<size_t>(state.range(1));
   const SearchCase& c = search_case(size, length);
@@ -277,38 +283,96 @@ void BM_memmem(benchmark::State& state) {
   finish(state, size);
 }
 
-void Sizes(benchmark::internal::Benchmark* b) {
-  for (int64_t size : {int64_t{16} << 10, int64_t{1} << 20, int64_t{64} << 20}) b->Arg(size);
+// -- registration -----------------------------------------------------------------
+
+using Benchmark = benchmark::internal::Benchmark;
+constexpr int64_t kSizes[] = {int64_t{16} << 10, int64_t{1} << 20, int64_t{64} << 20};
+constexpr int64_t kTargetLengths[] = {2, 4, 16, 64};
+constexpr int64_t kSmallTargetLength = 4;
+
+Benchmark* sized(Benchmark* b) {
+  for (int64_t size : kSizes) b->Arg(size);
+  return b->MinTime(0.05);
 }
 
-void SizesAndTargets(benchmark::internal::Benchmark* b) {
-  for (int64_t size : {int64_t{16} << 10, int64_t{1} << 20, int64_t{64} << 20}) {
-    for (int64_t length : {2, 4, 16, 64}) b->Args({size, length});
+// Sizes 0..300, to hold the chosen level against the scalar twin.
+Benchmark* small_sizes(Benchmark* b) { return b->DenseRange(0, 300, 17); }
+
+Benchmark* sized_targets(Benchmark* b) {
+  for (int64_t size : kSizes) {
+    for (int64_t length : kTargetLengths) b->Args({size, length});
+  }
+  return b->MinTime(0.05);
+}
+
+Benchmark* small_sizes_targets(Benchmark* b) {
+  for (int64_t size = 0; size <= 300; size += 17) b->Args({size, kSmallTargetLength});
+  return b;
+}
+
+// The chosen level (with the small sizes), every level this CPU runs (the
+// scalar twin with the small sizes too); levels the CPU lacks are left out.
+template <class Table, size_t N, class Kernel>
+void register_levels(const std::string& method, vek::KernelFamily<Table, N>& family, Kernel Table::*kernel,
+                     void (*run)(benchmark::State&, Kernel), Kernel best, Benchmark* (*sizes)(Benchmark*),
+                     Benchmark* (*small)(Benchmark*)) {
+  small(sizes(benchmark::RegisterBenchmark((method + "/best").c_str(), run, best)));
+  for (const auto& level : family.levels()) {
+    if (!vek::cpu_has(level.level)) continue;
+    std::string name = method + "/" + vek::level_name(level.level);
+    Benchmark* b = sizes(benchmark::RegisterBenchmark(name.c_str(), run, level.table.*kernel));
+    if (level.level == vek::Level::Scalar) small(b);
   }
 }
 
-BENCHMARK(BM_FindByteVEK)->Apply(Sizes);
-BENCHMARK(BM_find_byte<vek::find_byte_sse2>)->Apply(Sizes);
-BENCHMARK(BM_find_byte<vek::find_byte_scalar>)->Apply(Sizes);
-BENCHMARK(BM_memchr)->Apply(Sizes);
+int register_benchmarks() {
+  using namespace vek;
+  using benchmark::RegisterBenchmark;
 
-BENCHMARK(BM_FindNotByteVEK)->Apply(Sizes);
-BENCHMARK(BM_find_not_byte<vek::find_not_byte_sse2>)->Apply(Sizes);
-BENCHMARK(BM_find_not_byte<vek::find_not_byte_scalar>)->Apply(Sizes);
-BENCHMARK(BM_memchr_not_byte_reference)->Apply(Sizes);
+  sized(RegisterBenchmark("BM_FindByteVEK/host", find_byte_host));
+  register_levels(
+      "BM_FindByteVEK", find_byte_kernels, &FindByteTable::find_byte, find_byte,
+      +[](const uint8_t* data, size_t size, uint8_t value) noexcept {
+        return find_byte_kernels.best().find_byte(data, size, value);
+      },
+      sized, small_sizes);
+  sized(RegisterBenchmark("BM_FindByteVEK/memchr", find_byte_memchr));
 
-BENCHMARK(BM_BytesZeroVEK)->Apply(Sizes);
-BENCHMARK(BM_all_zero<vek::all_zero_sse2>)->Apply(Sizes);
-BENCHMARK(BM_all_zero<vek::all_zero_scalar>)->Apply(Sizes);
-BENCHMARK(BM_memchr_zero_reference)->Apply(Sizes);
+  sized(RegisterBenchmark("BM_FindNotByteVEK/host", find_not_byte_host));
+  register_levels(
+      "BM_FindNotByteVEK", find_not_byte_kernels, &FindNotByteTable::find_not_byte, find_not_byte,
+      +[](const uint8_t* data, size_t size, uint8_t value) noexcept {
+        return find_not_byte_kernels.best().find_not_byte(data, size, value);
+      },
+      sized, small_sizes);
+  sized(RegisterBenchmark("BM_FindNotByteVEK/memchr", find_not_byte_memchr));
 
-BENCHMARK(BM_BytesEqualVEK)->Apply(Sizes);
-BENCHMARK(BM_bytes_equal<vek::bytes_equal_sse2>)->Apply(Sizes);
-BENCHMARK(BM_bytes_equal<vek::bytes_equal_scalar>)->Apply(Sizes);
-BENCHMARK(BM_memcmp)->Apply(Sizes);
+  sized(RegisterBenchmark("BM_BytesZeroVEK/host", all_zero_host));
+  register_levels(
+      "BM_BytesZeroVEK", all_zero_kernels, &AllZeroTable::all_zero, all_zero,
+      +[](const uint8_t* data, size_t size) noexcept { return all_zero_kernels.best().all_zero(data, size); }, sized,
+      small_sizes);
+  sized(RegisterBenchmark("BM_BytesZeroVEK/memchr", all_zero_memchr));
 
-BENCHMARK(BM_FindBytesVEK)->Apply(SizesAndTargets);
-BENCHMARK(BM_find_bytes<vek::find_bytes_sse2>)->Apply(SizesAndTargets);
-BENCHMARK(BM_find_bytes<vek::find_bytes_scalar>)->Apply(SizesAndTargets);
-BENCHMARK(BM_memmem)->Apply(SizesAndTargets);
+  sized(RegisterBenchmark("BM_BytesEqualVEK/host", bytes_equal_host));
+  register_levels(
+      "BM_BytesEqualVEK", bytes_equal_kernels, &BytesEqualTable::bytes_equal, bytes_equal,
+      +[](const uint8_t* a, const uint8_t* b, size_t size) noexcept {
+        return bytes_equal_kernels.best().bytes_equal(a, b, size);
+      },
+      sized, small_sizes);
+  sized(RegisterBenchmark("BM_BytesEqualVEK/memcmp", bytes_equal_memcmp));
+
+  sized_targets(RegisterBenchmark("BM_FindBytesVEK/host", find_bytes_host));
+  register_levels(
+      "BM_FindBytesVEK", find_bytes_kernels, &FindBytesTable::find_bytes, find_bytes,
+      +[](const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept {
+        return find_bytes_kernels.best().find_bytes(data, size, target, length);
+      },
+      sized_targets, small_sizes_targets);
+  sized_targets(RegisterBenchmark("BM_FindBytesVEK/memmem", find_bytes_memmem));
+  return 0;
+}
+
+const int registered = register_benchmarks();
 }  // namespace
