@@ -1,16 +1,20 @@
-// The bit and byte-order kernels, each level beside the memory-limit
-// reference for its traffic in the same run:
+// The bit and byte-order kernels: per method the memory-limit reference for
+// its traffic, the level the plug-in dispatches to (`best`), and every level
+// of its family this CPU runs, over the same buffers in the same run. Names
+// read BM_<Method>/<level>/<bytes>. The references:
 // - in place on N bytes (swaps, mirrors): two memcpys of N / 2 inside the
 //   same block, which read and write every byte once;
 // - gathers from N source bytes: a memcpy of the output plus a read (memchr
 //   for a byte that is not there) of the rest of the source;
 // - expansion to N destination bytes: a memset of the output plus a read of
 //   the N / 8 source bytes.
-// N is 16 KiB, 1 MiB and 64 MiB; bytes per second count N.
+// N is 16 KiB, 1 MiB and 64 MiB, and 0..300 in steps of 17 for the small
+// sizes; bytes per second count N.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "bitops/mirror.h"
@@ -26,7 +30,13 @@ std::vector<uint8_t> random_bytes(size_t n) {
   return bytes;
 }
 
-void sizes(benchmark::internal::Benchmark* b) { b->Arg(16 << 10)->Arg(1 << 20)->Arg(64 << 20); }
+void sizes(benchmark::internal::Benchmark* b) {
+  b->Arg(16 << 10)->Arg(1 << 20)->Arg(64 << 20)->DenseRange(0, 300, 17)->MinTime(0.05);
+}
+
+void count_bytes(benchmark::State& state, size_t n) {
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+}
 
 // -- in place --------------------------------------------------------------------
 
@@ -38,41 +48,33 @@ void BM_InPlaceReference(benchmark::State& state) {
     std::memcpy(block.data() + n / 2, block.data(), n / 2);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
 
-void BM_InPlace(benchmark::State& state, void (*kernel)(uint8_t*, size_t) noexcept) {
+using InPlace = void (*)(uint8_t*, size_t) noexcept;
+
+void BM_InPlace(benchmark::State& state, InPlace kernel) {
   auto n = static_cast<size_t>(state.range(0));
   std::vector<uint8_t> block = random_bytes(n);
   for (auto _ : state) {
     kernel(block.data(), n);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
 
+using MirrorBits = void (*)(uint8_t*, size_t, size_t) noexcept;
+
 // MirrorBitsVEK from bit 3 to 5 bits before the end: both edges inside a byte.
-void BM_MirrorBitsOddOffset(benchmark::State& state, void (*kernel)(uint8_t*, size_t, size_t) noexcept) {
+void BM_MirrorBitsOddOffset(benchmark::State& state, MirrorBits kernel) {
   auto n = static_cast<size_t>(state.range(0));
   std::vector<uint8_t> block = random_bytes(n);
   for (auto _ : state) {
-    kernel(block.data(), 3, 8 * n - 8);
+    kernel(block.data(), 3, n >= 2 ? 8 * n - 8 : 0);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
-
-BENCHMARK(BM_InPlaceReference)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, SwapBytesVEK_MirrorBytesVEK_sse2, vek::reverse_bytes_sse2)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, SwapBytesVEK_MirrorBytesVEK_scalar, vek::reverse_bytes_scalar)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, SwapBytes16VEK_sse2, vek::swap_bytes16_sse2)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, SwapBytes16VEK_scalar, vek::swap_bytes16_scalar)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, SwapBytes32VEK_sse2, vek::swap_bytes32_sse2)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, SwapBytes32VEK_scalar, vek::swap_bytes32_scalar)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, MirrorBitsInBytesVEK_sse2, vek::mirror_bits_in_bytes_sse2)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_InPlace, MirrorBitsInBytesVEK_scalar, vek::mirror_bits_in_bytes_scalar)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_MirrorBitsOddOffset, MirrorBitsVEK_sse2, vek::mirror_bits_sse2)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_MirrorBitsOddOffset, MirrorBitsVEK_scalar, vek::mirror_bits_scalar)->Apply(sizes);
 
 // -- gathers ------------------------------------------------------------------------
 
@@ -87,7 +89,7 @@ void BM_GatherReference(benchmark::State& state, size_t keep, size_t of) {
     benchmark::DoNotOptimize(std::memchr(source.data() + out, 0xFF, n - out));
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
 
 using ByteGather = void (*)(uint8_t*, const uint8_t*, size_t, ptrdiff_t, size_t) noexcept;
@@ -100,7 +102,7 @@ void BM_CopyNthBytes(benchmark::State& state, ByteGather kernel, size_t run, siz
     kernel(dest.data(), source.data(), run, static_cast<ptrdiff_t>(step), n / step);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
 
 using BitGather = void (*)(uint8_t*, size_t, const uint8_t*, size_t, size_t, size_t, uint64_t) noexcept;
@@ -114,20 +116,8 @@ void BM_CopyNthBits12of16(benchmark::State& state, BitGather kernel) {
     kernel(dest.data(), 0, source.data(), 0, 12, 4, uint64_t{n} / 2 * 12);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
-
-BENCHMARK_CAPTURE(BM_GatherReference, 3_of_4, 3, 4)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBytes, CopyNthBytesVEK_3_of_4_sse2, vek::copy_nth_bytes_sse2, 3, 4)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBytes, CopyNthBytesVEK_3_of_4_scalar, vek::copy_nth_bytes_scalar, 3, 4)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBits12of16, CopyNthBitsVEK_words, vek::copy_nth_bits_words)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBits12of16, CopyNthBitsVEK_scalar, vek::copy_nth_bits_scalar)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_GatherReference, 12_of_16, 12, 16)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBytes, CopyNthBytesVEK_12_of_16_sse2, vek::copy_nth_bytes_sse2, 12, 16)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBytes, CopyNthBytesVEK_12_of_16_scalar, vek::copy_nth_bytes_scalar, 12, 16)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_GatherReference, 48_of_64, 48, 64)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBytes, CopyNthBytesVEK_48_of_64_sse2, vek::copy_nth_bytes_sse2, 48, 64)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_CopyNthBytes, CopyNthBytesVEK_48_of_64_scalar, vek::copy_nth_bytes_scalar, 48, 64)->Apply(sizes);
 
 // -- expansion ---------------------------------------------------------------------
 
@@ -140,11 +130,12 @@ void BM_ExpandReference(benchmark::State& state) {
     benchmark::DoNotOptimize(std::memchr(source.data(), 0xFF, n / 8));
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
 
-void BM_ExpandBits(benchmark::State& state, void (*kernel)(uint8_t*, const uint8_t*, size_t, int32_t, int32_t) noexcept,
-                   int32_t low, int32_t high) {
+using Expand = void (*)(uint8_t*, const uint8_t*, size_t, int32_t, int32_t) noexcept;
+
+void BM_ExpandBits(benchmark::State& state, Expand kernel, int32_t low, int32_t high) {
   auto n = static_cast<size_t>(state.range(0));
   std::vector<uint8_t> source = random_bytes(n / 8);
   std::vector<uint8_t> dest(n);
@@ -152,12 +143,70 @@ void BM_ExpandBits(benchmark::State& state, void (*kernel)(uint8_t*, const uint8
     kernel(dest.data(), source.data(), n / 8, low, high);
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * n));
+  count_bytes(state, n);
 }
 
-BENCHMARK(BM_ExpandReference)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_ExpandBits, ExpandBitsVEK_sse2, vek::expand_bits_sse2, 0, 255)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_ExpandBits, ExpandBitsVEK_scalar, vek::expand_bits_scalar, 0, 255)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_ExpandBits, ExpandBitsVEK_wide_values_sse2, vek::expand_bits_sse2, -1, 256)->Apply(sizes);
-BENCHMARK_CAPTURE(BM_ExpandBits, ExpandBitsVEK_wide_values_scalar, vek::expand_bits_scalar, -1, 256)->Apply(sizes);
+// -- registration ------------------------------------------------------------------
+
+// BM_<method>/reference, BM_<method>/best, then BM_<method>/<level> for every
+// level of the family; `run(state, kernel)` runs one kernel.
+template <class Family, class Kernel, class Reference, class Run>
+void register_method(const std::string& method, Family& family, Kernel kernel_of, Reference reference, Run run) {
+  std::string prefix = "BM_" + method + "/";
+  benchmark::RegisterBenchmark((prefix + "reference").c_str(), reference)->Apply(sizes);
+  benchmark::RegisterBenchmark((prefix + "best").c_str(), [&family, kernel_of, run](benchmark::State& state) {
+    run(state, kernel_of(family.best()));
+  })->Apply(sizes);
+  for (const auto& level : family.levels()) {
+    if (!vek::cpu_has(level.level)) continue;
+    auto kernel = kernel_of(level.table);
+    benchmark::RegisterBenchmark((prefix + vek::level_name(level.level)).c_str(),
+                                 [kernel, run](benchmark::State& state) { run(state, kernel); })
+        ->Apply(sizes);
+  }
+}
+
+bool register_all() {
+  auto in_place = [](benchmark::State& state, InPlace kernel) { BM_InPlace(state, kernel); };
+  register_method(
+      "SwapBytesVEK_MirrorBytesVEK", vek::reverse_bytes_kernels, [](const auto& t) { return t.reverse; },
+      BM_InPlaceReference, in_place);
+  register_method(
+      "SwapBytes16VEK", vek::swap_bytes16_kernels, [](const auto& t) { return t.swap; }, BM_InPlaceReference,
+      in_place);
+  register_method(
+      "SwapBytes32VEK", vek::swap_bytes32_kernels, [](const auto& t) { return t.swap; }, BM_InPlaceReference,
+      in_place);
+  register_method(
+      "MirrorBitsInBytesVEK", vek::mirror_bits_in_bytes_kernels, [](const auto& t) { return t.mirror; },
+      BM_InPlaceReference, in_place);
+  register_method(
+      "MirrorBitsVEK_odd_offset", vek::mirror_bits_kernels, [](const auto& t) { return t.mirror; },
+      BM_InPlaceReference, [](benchmark::State& state, MirrorBits kernel) { BM_MirrorBitsOddOffset(state, kernel); });
+
+  struct Gather {
+    const char* name;
+    size_t keep, of;
+  };
+  for (Gather g : {Gather{"3_of_4", 3, 4}, Gather{"12_of_16", 12, 16}, Gather{"48_of_64", 48, 64}}) {
+    register_method(
+        std::string("CopyNthBytesVEK_") + g.name, vek::copy_nth_bytes_kernels,
+        [](const auto& t) { return t.gather; },
+        [g](benchmark::State& state) { BM_GatherReference(state, g.keep, g.of); },
+        [g](benchmark::State& state, ByteGather kernel) { BM_CopyNthBytes(state, kernel, g.keep, g.of); });
+  }
+  register_method(
+      "CopyNthBitsVEK_12_of_16", vek::copy_nth_bits_kernels, [](const auto& t) { return t.gather; },
+      [](benchmark::State& state) { BM_GatherReference(state, 12, 16); }, BM_CopyNthBits12of16);
+
+  register_method(
+      "ExpandBitsVEK", vek::expand_bits_kernels, [](const auto& t) { return t.expand; }, BM_ExpandReference,
+      [](benchmark::State& state, Expand kernel) { BM_ExpandBits(state, kernel, 0, 255); });
+  register_method(
+      "ExpandBitsVEK_wide_values", vek::expand_bits_kernels, [](const auto& t) { return t.expand; },
+      BM_ExpandReference, [](benchmark::State& state, Expand kernel) { BM_ExpandBits(state, kernel, -1, 256); });
+  return true;
+}
+
+[[maybe_unused]] const bool registered = register_all();
 }  // namespace

@@ -12,6 +12,7 @@
 // that runs past the end is cut back to it. A block that reports size 0 (one
 // over a raw address) has no known end: the caller's range is trusted.
 // Applied twice with the same arguments, each method restores the block.
+#include "bitops/avx2.h"
 #include "bitops/mirror.h"
 #include "bitops/range.h"
 #include "bitops/sse2.h"
@@ -56,6 +57,42 @@ void mirror_bits_in_bytes_sse2(uint8_t* p, size_t n) noexcept {
   mirror_bits_in_bytes_scalar(p + i, n - i);
 }
 
+[[gnu::target("ssse3")]] void mirror_bits_in_bytes_ssse3(uint8_t* p, size_t n) noexcept {
+  size_t i = 0;
+  // main loop: two chunks per pass
+  for (; i + 32 <= n; i += 32) {
+    __m128i a = load(p + i), b = load(p + i + 16);
+    store(p + i, ssse3::mirror_in_bytes(a));
+    store(p + i + 16, ssse3::mirror_in_bytes(b));
+  }
+  // remainder: under 32 bytes
+  mirror_bits_in_bytes_sse2(p + i, n - i);
+}
+
+[[gnu::target("avx2")]] void mirror_bits_in_bytes_avx2(uint8_t* p, size_t n) noexcept {
+  const __m256i low_table = avx2::both_lanes(ssse3::mirrored_low_nibbles());
+  const __m256i high_table = avx2::both_lanes(ssse3::mirrored_high_nibbles());
+  size_t i = 0;
+  // main loop: four 32-byte chunks per pass
+  for (; i + 128 <= n; i += 128) {
+    __m256i a = avx2::load(p + i), b = avx2::load(p + i + 32);
+    __m256i c = avx2::load(p + i + 64), d = avx2::load(p + i + 96);
+    avx2::store(p + i, avx2::mirror_in_bytes(a, low_table, high_table));
+    avx2::store(p + i + 32, avx2::mirror_in_bytes(b, low_table, high_table));
+    avx2::store(p + i + 64, avx2::mirror_in_bytes(c, low_table, high_table));
+    avx2::store(p + i + 96, avx2::mirror_in_bytes(d, low_table, high_table));
+  }
+  // remainder: under 128 bytes
+  mirror_bits_in_bytes_ssse3(p + i, n - i);
+}
+
+constinit KernelFamily<MirrorBitsInBytesTable, 4> mirror_bits_in_bytes_kernels{{{
+    {Level::AVX2, {mirror_bits_in_bytes_avx2}},
+    {Level::SSSE3, {mirror_bits_in_bytes_ssse3}},
+    {Level::SSE2, {mirror_bits_in_bytes_sse2}},
+    {Level::Scalar, {mirror_bits_in_bytes_scalar}},
+}}};
+
 }  // namespace vek
 
 void MirrorBitsInBytesVEK(REALmemoryBlock block, int32_t offsetByte, int32_t lengthByte) {
@@ -69,7 +106,7 @@ void MirrorBitsInBytesVEK(REALmemoryBlock block, int32_t offsetByte, int32_t len
   if (count == 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
-  vek::mirror_bits_in_bytes_sse2(data + offsetByte, static_cast<size_t>(count));
+  vek::mirror_bits_in_bytes_kernels.best().mirror(data + offsetByte, static_cast<size_t>(count));
 }
 
 // -- the order of the bytes (the kernel is SwapBytesVEK's reversal) ----------------
@@ -87,7 +124,7 @@ void MirrorBytesVEK(REALmemoryBlock block, int32_t offsetByte, int32_t lengthByt
   if (count == 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
-  vek::reverse_bytes_sse2(data + offsetByte, static_cast<size_t>(count));
+  vek::reverse_bytes_kernels.best().reverse(data + offsetByte, static_cast<size_t>(count));
 }
 
 // -- the order of the bits of a bit range ----------------------------------------------
@@ -163,6 +200,80 @@ void shift_towards_start(uint8_t* p, size_t n, unsigned s) {
     p[i] = static_cast<uint8_t>((p[i] << s) | carried);
   }
 }
+
+[[gnu::target("avx2")]] void reverse_bits_avx2(uint8_t* p, size_t n) {
+  const __m256i reversed = avx2::both_lanes(ssse3::reversed_order());
+  const __m256i low_table = avx2::both_lanes(ssse3::mirrored_low_nibbles());
+  const __m256i high_table = avx2::both_lanes(ssse3::mirrored_high_nibbles());
+  size_t lo = 0;
+  size_t hi = n;
+  // main loop: a 32-byte chunk from each end, reversed bit for bit, change places
+  while (hi - lo >= 64) {
+    __m256i front = avx2::load(p + lo);
+    __m256i back = avx2::load(p + hi - 32);
+    avx2::store(p + lo, avx2::mirror_in_bytes(avx2::reverse32(back, reversed), low_table, high_table));
+    avx2::store(p + hi - 32, avx2::mirror_in_bytes(avx2::reverse32(front, reversed), low_table, high_table));
+    lo += 32;
+    hi -= 32;
+  }
+  // remainder: the middle, under 64 bytes
+  reverse_bits(p + lo, hi - lo);
+}
+
+[[gnu::target("avx2")]] void shift_towards_end_avx2(uint8_t* p, size_t n, unsigned s) {
+  size_t i = n;
+  // main loop: byte j takes bits from bytes j and j - 1
+  while (i >= 33) {
+    i -= 32;
+    __m256i here = avx2::load(p + i);
+    __m256i before = avx2::load(p + i - 1);
+    avx2::store(p + i, _mm256_or_si256(avx2::shift_bytes_right(here, s), avx2::shift_bytes_left(before, 8 - s)));
+  }
+  // remainder: the first bytes, whose neighbours after them are still as they were
+  shift_towards_end(p, i, s);
+}
+
+[[gnu::target("avx2")]] void shift_towards_start_avx2(uint8_t* p, size_t n, unsigned s) {
+  size_t i = 0;
+  // main loop: byte j takes bits from bytes j and j + 1
+  for (; i + 33 <= n; i += 32) {
+    __m256i here = avx2::load(p + i);
+    __m256i after = avx2::load(p + i + 1);
+    avx2::store(p + i, _mm256_or_si256(avx2::shift_bytes_left(here, s), avx2::shift_bytes_right(after, 8 - s)));
+  }
+  // remainder: the last bytes
+  shift_towards_start(p + i, n - i, s);
+}
+
+// The bytes the range touches, and the bits of its first and last byte that
+// lie outside it.
+struct BitRange {
+  uint8_t* bytes;
+  size_t count;
+  unsigned head;  // bits before the range in its first byte
+  unsigned tail;  // bits after it in its last byte
+  uint8_t first;
+  uint8_t last;
+};
+
+BitRange bit_range(uint8_t* p, size_t first_bit, size_t bit_count) {
+  p += first_bit / 8;
+  auto head = static_cast<unsigned>(first_bit % 8);
+  size_t end_bit = head + bit_count;
+  size_t bytes = (end_bit + 7) / 8;
+  auto tail = static_cast<unsigned>(bytes * 8 - end_bit);
+  return {p, bytes, head, tail, p[0], p[bytes - 1]};
+}
+
+// The bits outside the range put back.
+void restore_outside(const BitRange& range) {
+  uint8_t* p = range.bytes;
+  auto outside_head = static_cast<uint8_t>(0xFF00u >> range.head);
+  p[0] = static_cast<uint8_t>((p[0] & ~outside_head) | (range.first & outside_head));
+  auto outside_tail = static_cast<uint8_t>((1u << range.tail) - 1);
+  size_t last = range.count - 1;
+  p[last] = static_cast<uint8_t>((p[last] & ~outside_tail) | (range.last & outside_tail));
+}
 }  // namespace
 
 // Reversing every bit of the bytes the range touches leaves the range `tail`
@@ -171,21 +282,27 @@ void shift_towards_start(uint8_t* p, size_t n, unsigned s) {
 // of the first and last byte. Two passes over the bytes, whatever the offset.
 void mirror_bits_sse2(uint8_t* p, size_t first_bit, size_t bit_count) noexcept {
   if (bit_count < 2) return;
-  p += first_bit / 8;
-  unsigned head = first_bit % 8;  // bits before the range in its first byte
-  size_t end_bit = head + bit_count;
-  size_t bytes = (end_bit + 7) / 8;
-  auto tail = static_cast<unsigned>(bytes * 8 - end_bit);  // bits after it in its last byte
-  uint8_t first = p[0];
-  uint8_t last = p[bytes - 1];
-  reverse_bits(p, bytes);
-  if (head > tail) shift_towards_end(p, bytes, head - tail);
-  if (tail > head) shift_towards_start(p, bytes, tail - head);
-  auto outside_head = static_cast<uint8_t>(0xFF00u >> head);
-  p[0] = static_cast<uint8_t>((p[0] & ~outside_head) | (first & outside_head));
-  auto outside_tail = static_cast<uint8_t>((1u << tail) - 1);
-  p[bytes - 1] = static_cast<uint8_t>((p[bytes - 1] & ~outside_tail) | (last & outside_tail));
+  BitRange range = bit_range(p, first_bit, bit_count);
+  reverse_bits(range.bytes, range.count);
+  if (range.head > range.tail) shift_towards_end(range.bytes, range.count, range.head - range.tail);
+  if (range.tail > range.head) shift_towards_start(range.bytes, range.count, range.tail - range.head);
+  restore_outside(range);
 }
+
+[[gnu::target("avx2")]] void mirror_bits_avx2(uint8_t* p, size_t first_bit, size_t bit_count) noexcept {
+  if (bit_count < 2) return;
+  BitRange range = bit_range(p, first_bit, bit_count);
+  reverse_bits_avx2(range.bytes, range.count);
+  if (range.head > range.tail) shift_towards_end_avx2(range.bytes, range.count, range.head - range.tail);
+  if (range.tail > range.head) shift_towards_start_avx2(range.bytes, range.count, range.tail - range.head);
+  restore_outside(range);
+}
+
+constinit KernelFamily<MirrorBitsTable, 3> mirror_bits_kernels{{{
+    {Level::AVX2, {mirror_bits_avx2}},
+    {Level::SSE2, {mirror_bits_sse2}},
+    {Level::Scalar, {mirror_bits_scalar}},
+}}};
 
 }  // namespace vek
 
@@ -201,5 +318,6 @@ void MirrorBitsVEK(REALmemoryBlock block, int32_t offsetBit, int32_t lengthBit) 
   if (count < 2) return;  // no pair of bits to exchange
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
-  vek::mirror_bits_sse2(data + offsetBit / 8, static_cast<size_t>(offsetBit % 8), static_cast<size_t>(count));
+  vek::mirror_bits_kernels.best().mirror(data + offsetBit / 8, static_cast<size_t>(offsetBit % 8),
+                                         static_cast<size_t>(count));
 }

@@ -14,6 +14,7 @@
 // caller's range is taken as it is.
 #include <cstring>
 
+#include "bitops/avx2.h"
 #include "bitops/range.h"
 #include "bitops/sse2.h"
 #include "bitops/swap_bytes.h"
@@ -50,6 +51,88 @@ void reverse_bytes_sse2(uint8_t* p, size_t n) noexcept {
   reverse_bytes_scalar(p + lo, hi - lo);
 }
 
+[[gnu::target("ssse3")]] void reverse_bytes_ssse3(uint8_t* p, size_t n) noexcept {
+  const __m128i reversed = ssse3::reversed_order();
+  size_t lo = 0;
+  size_t hi = n;
+  // main loop: two chunks from each end, each reversed, change places
+  while (hi - lo >= 64) {
+    __m128i front0 = load(p + lo), front1 = load(p + lo + 16);
+    __m128i back0 = load(p + hi - 16), back1 = load(p + hi - 32);
+    store(p + lo, ssse3::shuffle(back0, reversed));
+    store(p + lo + 16, ssse3::shuffle(back1, reversed));
+    store(p + hi - 16, ssse3::shuffle(front0, reversed));
+    store(p + hi - 32, ssse3::shuffle(front1, reversed));
+    lo += 32;
+    hi -= 32;
+  }
+  // remainder: the middle, under 64 bytes
+  reverse_bytes_sse2(p + lo, hi - lo);
+}
+
+[[gnu::target("avx2")]] void reverse_bytes_avx2(uint8_t* p, size_t n) noexcept {
+  const __m256i reversed = avx2::both_lanes(ssse3::reversed_order());
+  size_t lo = 0;
+  size_t hi = n;
+  // main loop: two 32-byte chunks from each end, each reversed, change places
+  while (hi - lo >= 128) {
+    __m256i front0 = avx2::load(p + lo), front1 = avx2::load(p + lo + 32);
+    __m256i back0 = avx2::load(p + hi - 32), back1 = avx2::load(p + hi - 64);
+    avx2::store(p + lo, avx2::reverse32(back0, reversed));
+    avx2::store(p + lo + 32, avx2::reverse32(back1, reversed));
+    avx2::store(p + hi - 32, avx2::reverse32(front0, reversed));
+    avx2::store(p + hi - 64, avx2::reverse32(front1, reversed));
+    lo += 64;
+    hi -= 64;
+  }
+  // remainder: the middle, under 128 bytes
+  reverse_bytes_ssse3(p + lo, hi - lo);
+}
+
+constinit KernelFamily<ReverseBytesTable, 4> reverse_bytes_kernels{{{
+    {Level::AVX2, {reverse_bytes_avx2}},
+    {Level::SSSE3, {reverse_bytes_ssse3}},
+    {Level::SSE2, {reverse_bytes_sse2}},
+    {Level::Scalar, {reverse_bytes_scalar}},
+}}};
+
+// -- words of 16 and 32 bits by shuffles ------------------------------------------
+namespace {
+// Words of either size by one byte shuffle: four vectors per pass, then the
+// narrower level.
+[[gnu::target("ssse3")]] void swap_words_ssse3(uint8_t* p, size_t n, __m128i order,
+                                               void (*narrower)(uint8_t*, size_t) noexcept) {
+  size_t i = 0;
+  // main loop: four chunks per pass
+  for (; i + 64 <= n; i += 64) {
+    __m128i a = load(p + i), b = load(p + i + 16), c = load(p + i + 32), d = load(p + i + 48);
+    store(p + i, ssse3::shuffle(a, order));
+    store(p + i + 16, ssse3::shuffle(b, order));
+    store(p + i + 32, ssse3::shuffle(c, order));
+    store(p + i + 48, ssse3::shuffle(d, order));
+  }
+  // remainder: under 64 bytes
+  narrower(p + i, n - i);
+}
+
+[[gnu::target("avx2")]] void swap_words_avx2(uint8_t* p, size_t n, __m128i lane_order,
+                                             void (*narrower)(uint8_t*, size_t) noexcept) {
+  const __m256i order = avx2::both_lanes(lane_order);
+  size_t i = 0;
+  // main loop: four 32-byte chunks per pass
+  for (; i + 128 <= n; i += 128) {
+    __m256i a = avx2::load(p + i), b = avx2::load(p + i + 32);
+    __m256i c = avx2::load(p + i + 64), d = avx2::load(p + i + 96);
+    avx2::store(p + i, avx2::shuffle_in_lanes(a, order));
+    avx2::store(p + i + 32, avx2::shuffle_in_lanes(b, order));
+    avx2::store(p + i + 64, avx2::shuffle_in_lanes(c, order));
+    avx2::store(p + i + 96, avx2::shuffle_in_lanes(d, order));
+  }
+  // remainder: under 128 bytes
+  narrower(p + i, n - i);
+}
+}  // namespace
+
 // -- 16-bit words -----------------------------------------------------------------
 
 void swap_bytes16_scalar(uint8_t* p, size_t n) noexcept {
@@ -76,6 +159,21 @@ void swap_bytes16_sse2(uint8_t* p, size_t n) noexcept {
   // remainder: fewer than eight words
   swap_bytes16_scalar(p + i, n - i);
 }
+
+[[gnu::target("ssse3")]] void swap_bytes16_ssse3(uint8_t* p, size_t n) noexcept {
+  swap_words_ssse3(p, n, ssse3::swap16_order(), swap_bytes16_sse2);
+}
+
+[[gnu::target("avx2")]] void swap_bytes16_avx2(uint8_t* p, size_t n) noexcept {
+  swap_words_avx2(p, n, ssse3::swap16_order(), swap_bytes16_ssse3);
+}
+
+constinit KernelFamily<SwapBytes16Table, 4> swap_bytes16_kernels{{{
+    {Level::AVX2, {swap_bytes16_avx2}},
+    {Level::SSSE3, {swap_bytes16_ssse3}},
+    {Level::SSE2, {swap_bytes16_sse2}},
+    {Level::Scalar, {swap_bytes16_scalar}},
+}}};
 
 // -- 32-bit words -----------------------------------------------------------------
 
@@ -110,6 +208,21 @@ void swap_bytes32_sse2(uint8_t* p, size_t n) noexcept {
   swap_bytes32_scalar(p + i, n - i);
 }
 
+[[gnu::target("ssse3")]] void swap_bytes32_ssse3(uint8_t* p, size_t n) noexcept {
+  swap_words_ssse3(p, n, ssse3::swap32_order(), swap_bytes32_sse2);
+}
+
+[[gnu::target("avx2")]] void swap_bytes32_avx2(uint8_t* p, size_t n) noexcept {
+  swap_words_avx2(p, n, ssse3::swap32_order(), swap_bytes32_ssse3);
+}
+
+constinit KernelFamily<SwapBytes32Table, 4> swap_bytes32_kernels{{{
+    {Level::AVX2, {swap_bytes32_avx2}},
+    {Level::SSSE3, {swap_bytes32_ssse3}},
+    {Level::SSE2, {swap_bytes32_sse2}},
+    {Level::Scalar, {swap_bytes32_scalar}},
+}}};
+
 }  // namespace vek
 
 // -- the methods ------------------------------------------------------------------
@@ -136,17 +249,17 @@ SwapRange swap_range(REALmemoryBlock block, int32_t offset, int32_t numBytes) {
 void swapBytes(REALmemoryBlock block, int32_t offset, int32_t numBytes) {
   SwapRange range = swap_range(block, offset, numBytes);
   if (range.count == 0) return;
-  vek::reverse_bytes_sse2(range.start, range.count);
+  vek::reverse_bytes_kernels.best().reverse(range.start, range.count);
 }
 
 void swapBytes16(REALmemoryBlock block, int32_t offset, int32_t numBytes) {
   SwapRange range = swap_range(block, offset, numBytes);
   if (range.count == 0) return;
-  vek::swap_bytes16_sse2(range.start, range.count);
+  vek::swap_bytes16_kernels.best().swap(range.start, range.count);
 }
 
 void swapBytes32(REALmemoryBlock block, int32_t offset, int32_t numBytes) {
   SwapRange range = swap_range(block, offset, numBytes);
   if (range.count == 0) return;
-  vek::swap_bytes32_sse2(range.start, range.count);
+  vek::swap_bytes32_kernels.best().swap(range.start, range.count);
 }

@@ -1,8 +1,9 @@
-// The bit and byte-order kernels: each faster level against its scalar twin
-// on random bytes, at every size 0..300 and every misalignment 0..63, in
-// guarded memory whose range ends at a PROT_NONE page or starts after one
-// (so a stray read or write faults), with a plain copy for the twin. The
-// twins themselves are checked against independent oracles.
+// The bit and byte-order kernels: every level of each family against its
+// scalar twin on random bytes, at every size 0..300 and a few large ones and
+// every misalignment 0..63, in guarded memory whose range ends at a PROT_NONE
+// page or starts after one (so a stray read or write faults), with a plain
+// copy for the twin. A level this CPU lacks is skipped, by name. The twins
+// themselves are checked against independent oracles.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,8 +17,41 @@
 #include "bitops/swap_bytes.h"
 #include "tests/support/guarded_buffer.h"
 
+namespace vek {
+// Failure messages name the level.
+void PrintTo(Level level, std::ostream* os) { *os << level_name(level); }
+}  // namespace vek
+
 namespace {
 using Bytes = std::vector<uint8_t>;
+using vek::Level;
+
+// -- levels ------------------------------------------------------------------------
+
+template <class Table, size_t N>
+std::vector<Level> levels_of(const vek::KernelFamily<Table, N>& family) {
+  std::vector<Level> levels;
+  for (const auto& level : family.levels()) levels.push_back(level.level);
+  return levels;
+}
+
+template <class Table, size_t N>
+const Table& level_table(const vek::KernelFamily<Table, N>& family, Level level) {
+  for (const auto& candidate : family.levels()) {
+    if (candidate.level == level) return candidate.table;
+  }
+  return family.levels().back().table;
+}
+
+std::string level_label(const testing::TestParamInfo<Level>& info) { return vek::level_name(info.param); }
+
+// A suite run once per level of a family; a level this CPU lacks is skipped.
+class LevelTest : public testing::TestWithParam<Level> {
+ protected:
+  void SetUp() override {
+    if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  }
+};
 
 // `size` bytes in guarded memory with `slack` bytes on the side away from the
 // guard page, and the same random bytes in a plain buffer for the twin.
@@ -41,7 +75,11 @@ class Arena {
 // Calls check(n, misalignment, side) for every size, misalignment and side.
 template <class Check>
 void every_placement(Check check) {
-  for (size_t n = 0; n <= 300; ++n) {
+  std::vector<size_t> sizes;
+  for (size_t n = 0; n <= 300; ++n) sizes.push_back(n);
+  sizes.push_back(4096 + 37);
+  sizes.push_back(65536 + 5);
+  for (size_t n : sizes) {
     for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
       for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
         SCOPED_TRACE(testing::Message() << "size " << n << ", misalignment " << misalignment << ", guard page "
@@ -69,12 +107,34 @@ void expect_in_place_twins(InPlace fast, InPlace twin) {
   });
 }
 
-TEST(ByteSwapKernels, ReversalMatchesTwin) { expect_in_place_twins(vek::reverse_bytes_sse2, vek::reverse_bytes_scalar); }
-TEST(ByteSwapKernels, Swap16MatchesTwin) { expect_in_place_twins(vek::swap_bytes16_sse2, vek::swap_bytes16_scalar); }
-TEST(ByteSwapKernels, Swap32MatchesTwin) { expect_in_place_twins(vek::swap_bytes32_sse2, vek::swap_bytes32_scalar); }
-TEST(MirrorKernels, BitsInBytesMatchTwin) {
-  expect_in_place_twins(vek::mirror_bits_in_bytes_sse2, vek::mirror_bits_in_bytes_scalar);
+class ReverseBytesLevels : public LevelTest {};
+TEST_P(ReverseBytesLevels, MatchTwin) {
+  expect_in_place_twins(level_table(vek::reverse_bytes_kernels, GetParam()).reverse, vek::reverse_bytes_scalar);
 }
+INSTANTIATE_TEST_SUITE_P(Levels, ReverseBytesLevels, testing::ValuesIn(levels_of(vek::reverse_bytes_kernels)),
+                         level_label);
+
+class SwapBytes16Levels : public LevelTest {};
+TEST_P(SwapBytes16Levels, MatchTwin) {
+  expect_in_place_twins(level_table(vek::swap_bytes16_kernels, GetParam()).swap, vek::swap_bytes16_scalar);
+}
+INSTANTIATE_TEST_SUITE_P(Levels, SwapBytes16Levels, testing::ValuesIn(levels_of(vek::swap_bytes16_kernels)),
+                         level_label);
+
+class SwapBytes32Levels : public LevelTest {};
+TEST_P(SwapBytes32Levels, MatchTwin) {
+  expect_in_place_twins(level_table(vek::swap_bytes32_kernels, GetParam()).swap, vek::swap_bytes32_scalar);
+}
+INSTANTIATE_TEST_SUITE_P(Levels, SwapBytes32Levels, testing::ValuesIn(levels_of(vek::swap_bytes32_kernels)),
+                         level_label);
+
+class MirrorBitsInBytesLevels : public LevelTest {};
+TEST_P(MirrorBitsInBytesLevels, MatchTwin) {
+  expect_in_place_twins(level_table(vek::mirror_bits_in_bytes_kernels, GetParam()).mirror,
+                        vek::mirror_bits_in_bytes_scalar);
+}
+INSTANTIATE_TEST_SUITE_P(Levels, MirrorBitsInBytesLevels,
+                         testing::ValuesIn(levels_of(vek::mirror_bits_in_bytes_kernels)), level_label);
 
 TEST(ByteSwapKernels, TwinsAgainstStdReverse) {
   Bytes in(37);
@@ -126,7 +186,9 @@ TEST(MirrorKernels, PairwiseTwinAgainstBitVector) {
   }
 }
 
-TEST(MirrorKernels, BitsMatchTwin) {
+class MirrorBitsLevels : public LevelTest {};
+TEST_P(MirrorBitsLevels, MatchTwin) {
+  const auto& level = level_table(vek::mirror_bits_kernels, GetParam());
   std::mt19937 gen(13);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
     // A range that touches exactly the n bytes, from any bit of the first.
@@ -136,20 +198,26 @@ TEST(MirrorKernels, BitsMatchTwin) {
       count = pick(gen, std::max(first + 1, 8 * n - 7), 8 * n) - first;
     }
     Arena arena(n, misalignment, side, gen);
-    vek::mirror_bits_sse2(arena.fast(), first, count);
+    level.mirror(arena.fast(), first, count);
     vek::mirror_bits_scalar(arena.twin(), first, count);
     ASSERT_TRUE(arena.same()) << "first bit " << first << ", " << count << " bits";
   });
 }
+INSTANTIATE_TEST_SUITE_P(Levels, MirrorBitsLevels, testing::ValuesIn(levels_of(vek::mirror_bits_kernels)), level_label);
 
 // -- strided copies --------------------------------------------------------------------
 
-TEST(StridedKernels, CopyNthBytesMatchesTwin) {
+class CopyNthBytesLevels : public LevelTest {};
+TEST_P(CopyNthBytesLevels, MatchTwin) {
+  const auto& level = level_table(vek::copy_nth_bytes_kernels, GetParam());
   std::mt19937 gen(17);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
-    // Runs whose source span fits in n bytes, forwards, in place or backwards.
-    size_t run = pick(gen, 1, std::max<size_t>(1, std::min<size_t>(n, 48)));
-    auto step = static_cast<ptrdiff_t>(pick(gen, 0, 3 * run + 16)) - static_cast<ptrdiff_t>(run + 8);
+    // Runs whose source span fits in n bytes, forwards, in place or backwards;
+    // every other case has runs close enough to share a 16-byte window.
+    bool close = gen() % 2 == 0;
+    size_t run = pick(gen, 1, std::max<size_t>(1, std::min<size_t>(n, close ? 15 : 48)));
+    auto reach = static_cast<ptrdiff_t>(close ? 16 - run : run + 8);
+    auto step = static_cast<ptrdiff_t>(pick(gen, 0, close ? 2 * reach : 3 * run + 16)) - reach;
     size_t runs = 0;
     if (n >= run) {
       size_t most = step == 0 ? 20 : (n - run) / static_cast<size_t>(std::abs(step)) + 1;
@@ -159,12 +227,14 @@ TEST(StridedKernels, CopyNthBytesMatchesTwin) {
     size_t first_run = step < 0 && runs > 0 ? (runs - 1) * static_cast<size_t>(-step) : 0;
     Arena source(span, misalignment, side, gen);
     Arena dest(runs * run, misalignment, side, gen);
-    vek::copy_nth_bytes_sse2(dest.fast(), source.fast() + first_run, run, step, runs);
+    level.gather(dest.fast(), source.fast() + first_run, run, step, runs);
     vek::copy_nth_bytes_scalar(dest.twin(), source.twin() + first_run, run, step, runs);
     ASSERT_TRUE(dest.same()) << runs << " runs of " << run << ", step " << step;
     ASSERT_TRUE(source.same());
   });
 }
+INSTANTIATE_TEST_SUITE_P(Levels, CopyNthBytesLevels, testing::ValuesIn(levels_of(vek::copy_nth_bytes_kernels)),
+                         level_label);
 
 // Bits available from `first` in a source of `bits` bits, in runs with gaps.
 uint64_t bits_available(size_t bits, size_t first, size_t run, size_t gap) {
@@ -173,25 +243,37 @@ uint64_t bits_available(size_t bits, size_t first, size_t run, size_t gap) {
   return whole * run + std::min(run, room - whole * (run + gap));
 }
 
-TEST(StridedKernels, CopyNthBitsWordsMatchesTwin) {
+class CopyNthBitsLevels : public LevelTest {};
+TEST_P(CopyNthBitsLevels, MatchTwin) {
+  const auto& level = level_table(vek::copy_nth_bits_kernels, GetParam());
   std::mt19937 gen(19);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
-    bool whole_bytes = gen() % 4 == 0;  // the byte-gather path
+    unsigned shape = gen() % 4;
+    bool whole_bytes = shape == 0;  // the byte-gather path
     size_t unit = whole_bytes ? 8 : 1;
     size_t src_bit = n == 0 ? 0 : unit == 8 ? 0 : pick(gen, 0, 7);
     size_t dst_bit = unit == 8 ? 0 : pick(gen, 0, 7);
     size_t run = unit * pick(gen, 1, whole_bytes ? 8 : 70);
     size_t gap = unit * pick(gen, 0, whole_bytes ? 4 : 20);
+    if (shape == 1) {  // periods that pack whole bytes into 64-bit lanes
+      const size_t periods[] = {2, 3, 4, 6, 8, 12, 16, 20, 24, 32, 40, 64};
+      size_t period = periods[pick(gen, 0, std::size(periods) - 1)];
+      dst_bit = 0;
+      run = pick(gen, 1, period);
+      gap = period - run;
+    }
     uint64_t total = n == 0 ? 0 : bits_available(8 * n, src_bit, run, gap);
     if (gen() % 2) total = pick(gen, 0, total) / unit * unit;
     Arena source(n, misalignment, side, gen);
     Arena dest((dst_bit + total + 7) / 8, misalignment, side, gen);
-    vek::copy_nth_bits_words(dest.fast(), dst_bit, source.fast(), src_bit, run, gap, total);
+    level.gather(dest.fast(), dst_bit, source.fast(), src_bit, run, gap, total);
     vek::copy_nth_bits_scalar(dest.twin(), dst_bit, source.twin(), src_bit, run, gap, total);
     ASSERT_TRUE(dest.same()) << total << " bits in runs of " << run << ", gap " << gap << ", from bit " << src_bit
                              << " to bit " << dst_bit;
   });
 }
+INSTANTIATE_TEST_SUITE_P(Levels, CopyNthBitsLevels, testing::ValuesIn(levels_of(vek::copy_nth_bits_kernels)),
+                         level_label);
 
 TEST(StridedKernels, CopyNthBitsTwinAgainstBitVector) {
   std::mt19937 gen(23);
@@ -224,7 +306,9 @@ TEST(StridedKernels, CopyNthBitsTwinAgainstBitVector) {
 
 // -- bit expansion ------------------------------------------------------------------
 
-TEST(StridedKernels, ExpandBitsMatchesTwin) {
+class ExpandBitsLevels : public LevelTest {};
+TEST_P(ExpandBitsLevels, MatchTwin) {
+  const auto& level = level_table(vek::expand_bits_kernels, GetParam());
   std::mt19937 gen(29);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
     bool bytes_only = gen() % 2 == 0;
@@ -232,11 +316,12 @@ TEST(StridedKernels, ExpandBitsMatchesTwin) {
     int32_t low = value(), high = value();
     Arena source(n, misalignment, side, gen);
     Arena dest(8 * n, misalignment, side, gen);
-    vek::expand_bits_sse2(dest.fast(), source.fast(), n, low, high);
+    level.expand(dest.fast(), source.fast(), n, low, high);
     vek::expand_bits_scalar(dest.twin(), source.twin(), n, low, high);
     ASSERT_TRUE(dest.same()) << "low " << low << ", high " << high;
   });
 }
+INSTANTIATE_TEST_SUITE_P(Levels, ExpandBitsLevels, testing::ValuesIn(levels_of(vek::expand_bits_kernels)), level_label);
 
 TEST(StridedKernels, ExpandTwinSpillsWithinTheWord) {
   const uint8_t source[] = {0xFF, 0x0F};
