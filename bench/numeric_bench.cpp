@@ -1,10 +1,12 @@
-// The kernels of MinVEK/MaxVEK, MultiplyUInt8VEK and MultiplyUInt16VEK
-// beside their scalar twins and a memory-bound reference in the same run:
+// The kernels of MinVEK/MaxVEK, MultiplyUInt8VEK and MultiplyUInt16VEK: the
+// dispatched kernel ("best"), every level this CPU runs and the scalar twin,
+// beside a memory-bound reference in the same run:
 //   min/max:  memcpy of N bytes plus a memchr over N more bytes that finds
 //             nothing (two sources read, one destination written);
 //   scaling:  two memcpys of N/2 bytes inside the same block (N bytes read
 //             and written in place).
-// Throughput is counted over the N destination bytes.
+// Throughput is counted over the N destination bytes. Names read
+// BM_<method>/<element>/<level>/<bytes>.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -42,13 +44,11 @@ Pool& pool() {
   return buffers;
 }
 
-void BM_MinMax(benchmark::State& state, int32_t bits, bool isSigned, Extreme extreme, bool sse2) {
-  vek::MinMaxLevels levels = vek::minmax_levels(bits, isSigned, extreme);
-  vek::MinMaxKernel kernel = sse2 ? levels.sse2 : levels.scalar;
+void BM_MinMax(benchmark::State& state, vek::MinMaxKernel kernel, size_t width) {
   auto size = static_cast<size_t>(state.range(0));
   Pool& p = pool();
   for (auto _ : state) {
-    kernel(p.dst.data(), p.first.data(), p.second.data(), size / static_cast<size_t>(bits / 8));
+    kernel(p.dst.data(), p.first.data(), p.second.data(), size / width);
     benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));
@@ -66,12 +66,23 @@ void BM_MinMaxReference(benchmark::State& state) {
 }
 
 // A factor of 1.0 keeps the bytes as they are, so every pass sees the same
-// random values; the kernels do the same work for any factor.
-void BM_Scale(benchmark::State& state, void (*kernel)(uint8_t*, size_t, double) noexcept, size_t width) {
+// random values. The 8-bit vector levels compute most tables, 1.0's among
+// them, as a fixed-point product; -1000.5's table is not one, so they look
+// it up ("lookup").
+constexpr double kComputedFactor = 1.0;
+constexpr double kLookedUpFactor = -1000.5;
+// The 16-bit AVX2 level clamps products only above a factor of 1.0 ("held"),
+// and takes float lanes for a factor of at most 8 significant bits, 1.0 and
+// 1.5 among them; 0.999 takes double lanes ("double").
+constexpr double kHeldFactor = 1.5;
+constexpr double kDoubleFactor = 0.999;
+
+void BM_Scale(benchmark::State& state, void (*kernel)(uint8_t*, size_t, double) noexcept, size_t width,
+              double factor) {
   auto size = static_cast<size_t>(state.range(0));
   Pool& p = pool();
   for (auto _ : state) {
-    kernel(p.dst.data(), size / width, 1.0);
+    kernel(p.dst.data(), size / width, factor);
     benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));
@@ -88,9 +99,26 @@ void BM_ScaleReference(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-template <class Registered>
-void with_sizes(Registered* benchmark) {
+// The large sizes, and for the dispatched kernel and the twin the small ones.
+void large(benchmark::internal::Benchmark* benchmark) {
   for (int64_t size : kSizes) benchmark->Arg(size);
+  benchmark->MinTime(0.05);
+}
+
+void small(benchmark::internal::Benchmark* benchmark) { benchmark->DenseRange(0, 300, 17)->MinTime(0.01); }
+
+template <class Fn, class... Args>
+void add(const std::string& name, bool with_small, Fn fn, Args... args) {
+  large(benchmark::RegisterBenchmark(name.c_str(), fn, args...));
+  if (with_small) small(benchmark::RegisterBenchmark(name.c_str(), fn, args...));
+}
+
+template <class Table, size_t N, class Register>
+void each_level(vek::KernelFamily<Table, N>& family, Register add_level) {
+  add_level("best", family.best(), true);
+  for (const auto& level : family.levels()) {
+    if (vek::cpu_has(level.level)) add_level(vek::level_name(level.level), level.table, false);
+  }
 }
 
 const bool registered = [] {
@@ -101,21 +129,32 @@ const bool registered = [] {
   };
   const Type types[] = {{"u8", 8, false},   {"s8", 8, true},   {"u16", 16, false}, {"s16", 16, true},
                         {"u32", 32, false}, {"s32", 32, true}, {"u64", 64, false}, {"s64", 64, true}};
-  with_sizes(benchmark::RegisterBenchmark("MinMaxReference_memcpy_plus_memchr", BM_MinMaxReference));
+  add("BM_MinMaxReference/memcpy_plus_read", false, BM_MinMaxReference);
   for (Extreme extreme : {Extreme::Min, Extreme::Max}) {
     for (const Type& t : types) {
-      for (bool sse2 : {true, false}) {
-        std::string name = std::string(extreme == Extreme::Min ? "MinVEK_" : "MaxVEK_") + t.name +
-                           (sse2 ? "_sse2" : "_scalar");
-        with_sizes(benchmark::RegisterBenchmark(name.c_str(), BM_MinMax, t.bits, t.isSigned, extreme, sse2));
-      }
+      std::string method = std::string(extreme == Extreme::Min ? "BM_MinVEK/" : "BM_MaxVEK/") + t.name + "/";
+      each_level(vek::minmax_kernels, [&](const char* level, const vek::MinMaxTable& table, bool with_small) {
+        vek::MinMaxKernel kernel = vek::minmax_kernel(table, t.bits, t.isSigned, extreme);
+        add(method + level, with_small || level == std::string("scalar"), BM_MinMax, kernel,
+            static_cast<size_t>(t.bits / 8));
+      });
     }
   }
-  with_sizes(benchmark::RegisterBenchmark("ScaleReference_two_half_memcpys", BM_ScaleReference));
-  with_sizes(benchmark::RegisterBenchmark("MultiplyUInt8VEK_table", BM_Scale, vek::scale_u8_table, size_t{1}));
-  with_sizes(benchmark::RegisterBenchmark("MultiplyUInt8VEK_scalar", BM_Scale, vek::scale_u8_scalar, size_t{1}));
-  with_sizes(benchmark::RegisterBenchmark("MultiplyUInt16VEK_sse2", BM_Scale, vek::scale_u16_sse2, size_t{2}));
-  with_sizes(benchmark::RegisterBenchmark("MultiplyUInt16VEK_scalar", BM_Scale, vek::scale_u16_scalar, size_t{2}));
+  add("BM_ScaleReference/two_half_memcpys", false, BM_ScaleReference);
+  each_level(vek::scale_u8_kernels, [](const char* level, const vek::ScaleTable& table, bool with_small) {
+    add(std::string("BM_MultiplyUInt8VEK/") + level, with_small, BM_Scale, table.scale, size_t{1}, kComputedFactor);
+    add(std::string("BM_MultiplyUInt8VEK/") + level + "/lookup", false, BM_Scale, table.scale, size_t{1},
+        kLookedUpFactor);
+  });
+  add("BM_MultiplyUInt8VEK/twin", true, BM_Scale, vek::scale_u8_scalar, size_t{1}, kComputedFactor);
+  add("BM_MultiplyUInt8VEK/twin/lookup", false, BM_Scale, vek::scale_u8_scalar, size_t{1}, kLookedUpFactor);
+  each_level(vek::scale_u16_kernels, [](const char* level, const vek::ScaleTable& table, bool with_small) {
+    add(std::string("BM_MultiplyUInt16VEK/") + level, with_small || level == std::string("scalar"), BM_Scale,
+        table.scale, size_t{2}, kComputedFactor);
+    add(std::string("BM_MultiplyUInt16VEK/") + level + "/held", false, BM_Scale, table.scale, size_t{2}, kHeldFactor);
+    add(std::string("BM_MultiplyUInt16VEK/") + level + "/double", false, BM_Scale, table.scale, size_t{2},
+        kDoubleFactor);
+  });
   return true;
 }();
 }  // namespace

@@ -17,7 +17,7 @@
 // written before it.
 #include "numeric/minmax.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstring>
 #include <type_traits>
@@ -132,30 +132,88 @@ void minmax_sse2(uint8_t* dst, const uint8_t* first, const uint8_t* second, size
   minmax_scalar<T, E>(dst + at, first + at, second + at, (bytes - at) / sizeof(T));
 }
 
-template <class T>
-MinMaxLevels levels_of(Extreme extreme) {
-  if (extreme == Extreme::Min) return {&minmax_scalar<T, Extreme::Min>, &minmax_sse2<T, Extreme::Min>};
-  return {&minmax_scalar<T, Extreme::Max>, &minmax_sse2<T, Extreme::Max>};
+// The AVX2 level: every element type has a packed minimum and maximum
+// except the 64-bit ones, which compare with vpcmpgtq (the sign bit flipped
+// for unsigned elements) and blend.
+template <class T, Extreme E>
+[[gnu::target("avx2")]] inline __m256i pick_avx2(__m256i a, __m256i b) {
+  constexpr bool kMin = E == Extreme::Min;
+  if constexpr (std::is_same_v<T, uint8_t>) return kMin ? _mm256_min_epu8(a, b) : _mm256_max_epu8(a, b);
+  else if constexpr (std::is_same_v<T, int8_t>) return kMin ? _mm256_min_epi8(a, b) : _mm256_max_epi8(a, b);
+  else if constexpr (std::is_same_v<T, uint16_t>) return kMin ? _mm256_min_epu16(a, b) : _mm256_max_epu16(a, b);
+  else if constexpr (std::is_same_v<T, int16_t>) return kMin ? _mm256_min_epi16(a, b) : _mm256_max_epi16(a, b);
+  else if constexpr (std::is_same_v<T, uint32_t>) return kMin ? _mm256_min_epu32(a, b) : _mm256_max_epu32(a, b);
+  else if constexpr (std::is_same_v<T, int32_t>) return kMin ? _mm256_min_epi32(a, b) : _mm256_max_epi32(a, b);
+  else {
+    const __m256i flip = _mm256_set1_epi64x(std::is_signed_v<T> ? 0 : INT64_MIN);
+    __m256i a_greater = _mm256_cmpgt_epi64(_mm256_xor_si256(a, flip), _mm256_xor_si256(b, flip));
+    return kMin ? _mm256_blendv_epi8(a, b, a_greater) : _mm256_blendv_epi8(b, a, a_greater);
+  }
 }
+
+template <class T, Extreme E>
+[[gnu::target("avx2")]] inline void minmax_vector_avx2(uint8_t* dst, const uint8_t* first, const uint8_t* second,
+                                                       size_t at) {
+  __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(first + at));
+  __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(second + at));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + at), pick_avx2<T, E>(a, b));
+}
+
+template <class T, Extreme E>
+[[gnu::target("avx2")]] void minmax_avx2(uint8_t* dst, const uint8_t* first, const uint8_t* second,
+                                         size_t count) noexcept {
+  const size_t bytes = count * sizeof(T);
+  if (overlaps(dst, first, bytes) || overlaps(dst, second, bytes)) {
+    minmax_scalar<T, E>(dst, first, second, count);  // later elements must see earlier results
+    return;
+  }
+  size_t at = 0;
+  // main loop: two vectors per pass
+  for (; bytes - at >= 64; at += 64) {
+    minmax_vector_avx2<T, E>(dst, first, second, at);
+    minmax_vector_avx2<T, E>(dst, first, second, at + 32);
+  }
+  // remainder: a lone 32-byte vector, then the SSE2 level for the last 31 bytes or fewer
+  if (bytes - at >= 32) {
+    minmax_vector_avx2<T, E>(dst, first, second, at);
+    at += 32;
+  }
+  minmax_sse2<T, E>(dst + at, first + at, second + at, (bytes - at) / sizeof(T));
+}
+
+template <Extreme E>
+constexpr std::array<MinMaxKernel, 8> scalar_kernels{
+    &minmax_scalar<uint8_t, E>,  &minmax_scalar<int8_t, E>,  &minmax_scalar<uint16_t, E>, &minmax_scalar<int16_t, E>,
+    &minmax_scalar<uint32_t, E>, &minmax_scalar<int32_t, E>, &minmax_scalar<uint64_t, E>, &minmax_scalar<int64_t, E>};
+
+template <Extreme E>
+constexpr std::array<MinMaxKernel, 8> sse2_kernels{
+    &minmax_sse2<uint8_t, E>,  &minmax_sse2<int8_t, E>,  &minmax_sse2<uint16_t, E>, &minmax_sse2<int16_t, E>,
+    &minmax_sse2<uint32_t, E>, &minmax_sse2<int32_t, E>, &minmax_sse2<uint64_t, E>, &minmax_sse2<int64_t, E>};
+
+template <Extreme E>
+constexpr std::array<MinMaxKernel, 8> avx2_kernels{
+    &minmax_avx2<uint8_t, E>,  &minmax_avx2<int8_t, E>,  &minmax_avx2<uint16_t, E>, &minmax_avx2<int16_t, E>,
+    &minmax_avx2<uint32_t, E>, &minmax_avx2<int32_t, E>, &minmax_avx2<uint64_t, E>, &minmax_avx2<int64_t, E>};
 }  // namespace
 
-MinMaxLevels minmax_levels(int32_t bitSize, bool isSigned, Extreme extreme) noexcept {
-  if (isSigned) {
-    switch (bitSize) {
-      case 8: return levels_of<int8_t>(extreme);
-      case 16: return levels_of<int16_t>(extreme);
-      case 32: return levels_of<int32_t>(extreme);
-      case 64: return levels_of<int64_t>(extreme);
-    }
-  } else {
-    switch (bitSize) {
-      case 8: return levels_of<uint8_t>(extreme);
-      case 16: return levels_of<uint16_t>(extreme);
-      case 32: return levels_of<uint32_t>(extreme);
-      case 64: return levels_of<uint64_t>(extreme);
-    }
+constinit KernelFamily<MinMaxTable, 3> minmax_kernels{{{
+    {Level::AVX2, {avx2_kernels<Extreme::Min>, avx2_kernels<Extreme::Max>}},
+    {Level::SSE2, {sse2_kernels<Extreme::Min>, sse2_kernels<Extreme::Max>}},
+    {Level::Scalar, {scalar_kernels<Extreme::Min>, scalar_kernels<Extreme::Max>}},
+}}};
+
+MinMaxKernel minmax_kernel(const MinMaxTable& table, int32_t bitSize, bool isSigned, Extreme extreme) noexcept {
+  size_t slot;
+  switch (bitSize) {
+    case 8: slot = 0; break;
+    case 16: slot = 2; break;
+    case 32: slot = 4; break;
+    case 64: slot = 6; break;
+    default: return nullptr;
   }
-  return {nullptr, nullptr};
+  slot += isSigned ? 1 : 0;
+  return extreme == Extreme::Min ? table.min[slot] : table.max[slot];
 }
 }  // namespace vek
 
@@ -176,12 +234,12 @@ bool elementwise(vek::Extreme extreme, REALmemoryBlock block, void* firstMem, vo
     return false;
   }
   rbBytes bytes(block);
-  vek::MinMaxLevels levels = vek::minmax_levels(bitSize, isSigned != 0, extreme);
-  if (levels.sse2 == nullptr) return false;  // not an element size; the view still gives the block back
+  vek::MinMaxKernel kernel = vek::minmax_kernel(vek::minmax_kernels.best(), bitSize, isSigned != 0, extreme);
+  if (kernel == nullptr) return false;  // not an element size; the view still gives the block back
   size_t count = numeric_range(bytes.data(), bytes.size(), offsetByte, lengthBytes) / static_cast<size_t>(bitSize / 8);
   if (count == 0) return true;  // bytes behind the last whole element stay as they are
-  levels.sse2(bytes.data() + offsetByte, static_cast<const uint8_t*>(firstMem),
-              static_cast<const uint8_t*>(secondMem), count);
+  kernel(bytes.data() + offsetByte, static_cast<const uint8_t*>(firstMem), static_cast<const uint8_t*>(secondMem),
+         count);
   return true;
 }
 }  // namespace

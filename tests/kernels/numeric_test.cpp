@@ -1,13 +1,15 @@
-// The kernels of the scaling and min/max methods: each fast level against its
-// scalar twin over random data, sizes 0..300 bytes and start addresses at
-// every offset 0..63 from a 64-byte boundary, in buffers fenced by a guard
-// page; and the scalar twins against hand-written expectations, integer
-// arithmetic and std::min / std::max.
+// The kernels of the scaling and min/max methods: every level of each kernel
+// family against its scalar twin over random data, sizes 0..300 bytes and a
+// few large ones, start addresses at every offset 0..63 from a 64-byte
+// boundary, in buffers fenced by a guard page; every level against
+// std::min / std::max and over every input value; and the scalar twins
+// against hand-written expectations and integer arithmetic.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -23,6 +25,41 @@ using vek::Extreme;
 
 constexpr size_t kMaxSize = 300;
 constexpr size_t kAlignments = 64;
+constexpr size_t kLargeSizes[] = {4096 + 37, 65536 + 5};
+
+// Sizes 0..300, then the large ones.
+std::vector<size_t> test_sizes() {
+  std::vector<size_t> sizes;
+  for (size_t size = 0; size <= kMaxSize; ++size) sizes.push_back(size);
+  sizes.insert(sizes.end(), std::begin(kLargeSizes), std::end(kLargeSizes));
+  return sizes;
+}
+
+template <class Table, size_t N>
+std::vector<vek::Level> levels_of(const vek::KernelFamily<Table, N>& family) {
+  std::vector<vek::Level> levels;
+  for (const auto& level : family.levels()) levels.push_back(level.level);
+  return levels;
+}
+
+template <class Table, size_t N>
+const Table& table_of(const vek::KernelFamily<Table, N>& family, vek::Level level) {
+  for (const auto& candidate : family.levels()) {
+    if (candidate.level == level) return candidate.table;
+  }
+  return family.levels().back().table;
+}
+
+std::string level_test_name(const ::testing::TestParamInfo<vek::Level>& info) { return vek::level_name(info.param); }
+
+// A suite per kernel family, one instance per level; a level this CPU lacks
+// is skipped, not passed.
+class LevelTest : public ::testing::TestWithParam<vek::Level> {
+ protected:
+  void SetUp() override {
+    if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  }
+};
 constexpr double kInf = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
@@ -67,17 +104,20 @@ const char* name_of(Extreme extreme) { return extreme == Extreme::Min ? "min" : 
 // -- min / max ----------------------------------------------------------------
 
 template <class T>
-vek::MinMaxLevels levels_for(Extreme extreme) {
-  return vek::minmax_levels(8 * sizeof(T), std::is_signed_v<T>, extreme);
+vek::MinMaxKernel kernel_for(const vek::MinMaxTable& table, Extreme extreme) {
+  return vek::minmax_kernel(table, 8 * sizeof(T), std::is_signed_v<T>, extreme);
 }
 
+const vek::MinMaxTable& scalar_minmax() { return table_of(vek::minmax_kernels, vek::Level::Scalar); }
+
 template <class T>
-void check_minmax_twins(Extreme extreme) {
-  vek::MinMaxLevels levels = levels_for<T>(extreme);
-  ASSERT_NE(levels.sse2, nullptr);
+void check_minmax_twins(const vek::MinMaxTable& table, Extreme extreme) {
+  vek::MinMaxKernel kernel = kernel_for<T>(table, extreme);
+  vek::MinMaxKernel twin = kernel_for<T>(scalar_minmax(), extreme);
+  ASSERT_NE(kernel, nullptr);
   std::mt19937 random(42);
   for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
-    for (size_t size = 0; size <= kMaxSize; ++size) {
+    for (size_t size : test_sizes()) {
       Fenced dst(size, side), first(size, side), second(size, side);
       for (size_t m = 0; m < kAlignments; ++m) {
         uint8_t* d = dst.at(m);
@@ -87,8 +127,8 @@ void check_minmax_twins(Extreme extreme) {
         fill_near(random, a, b, size, sizeof(T));
         fill_random(random, d, size);
         Bytes expected(d, d + size);
-        levels.scalar(expected.data(), a, b, size / sizeof(T));
-        levels.sse2(d, a, b, size / sizeof(T));
+        twin(expected.data(), a, b, size / sizeof(T));
+        kernel(d, a, b, size / sizeof(T));
         ASSERT_EQ(Bytes(d, d + size), expected)
             << name_of(extreme) << " size " << size << " misalignment " << m
             << (side == GuardSide::After ? " guard after" : " guard before");
@@ -97,46 +137,47 @@ void check_minmax_twins(Extreme extreme) {
   }
 }
 
-// A destination overlapping a source: both levels run the same sequential
+// A destination overlapping a source: every level runs the same sequential
 // loop, in ascending order, over the same bytes.
 template <class T>
-void check_minmax_overlap(Extreme extreme) {
-  vek::MinMaxLevels levels = levels_for<T>(extreme);
+void check_minmax_overlap(const vek::MinMaxTable& table, Extreme extreme) {
+  vek::MinMaxKernel kernel = kernel_for<T>(table, extreme);
+  vek::MinMaxKernel twin = kernel_for<T>(scalar_minmax(), extreme);
   std::mt19937 random(7);
-  Bytes start(1200);
-  for (ptrdiff_t shift = -48; shift <= 48; ++shift) {
+  Bytes start(2000);
+  for (ptrdiff_t shift = -80; shift <= 80; ++shift) {
     for (ptrdiff_t second_shift : {-7, 0, 300}) {
-      for (size_t count : {1, 2, 3, 5, 16, 17, 40}) {
+      for (size_t count : {1, 2, 3, 5, 16, 17, 40, 70}) {
         fill_random(random, start.data(), start.size());
-        Bytes by_scalar = start, by_sse2 = start;
+        Bytes by_twin = start, by_level = start;
         const size_t first = 400;
         const size_t second = first + second_shift;
         const size_t dst = first + shift;
-        levels.scalar(by_scalar.data() + dst, by_scalar.data() + first, by_scalar.data() + second, count);
-        levels.sse2(by_sse2.data() + dst, by_sse2.data() + first, by_sse2.data() + second, count);
-        ASSERT_EQ(by_sse2, by_scalar) << name_of(extreme) << " shift " << shift << " second " << second_shift
-                                      << " count " << count;
+        twin(by_twin.data() + dst, by_twin.data() + first, by_twin.data() + second, count);
+        kernel(by_level.data() + dst, by_level.data() + first, by_level.data() + second, count);
+        ASSERT_EQ(by_level, by_twin) << name_of(extreme) << " shift " << shift << " second " << second_shift
+                                     << " count " << count;
       }
     }
   }
 }
 
-// The scalar twin against std::min / std::max, with the type's extremes mixed in.
+// The level against std::min / std::max, with the type's extremes mixed in.
 template <class T>
-void check_minmax_scalar(Extreme extreme) {
-  vek::MinMaxLevels levels = levels_for<T>(extreme);
+void check_minmax_oracle(const vek::MinMaxTable& table, Extreme extreme) {
+  vek::MinMaxKernel kernel = kernel_for<T>(table, extreme);
   const T specials[] = {std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), T(0), T(1), T(-1),
                         static_cast<T>(T(1) << (8 * sizeof(T) - 2))};
   std::mt19937_64 random(3);
   auto pick = [&]() { return random() % 3 == 0 ? specials[random() % std::size(specials)] : static_cast<T>(random()); };
-  for (size_t count = 0; count <= 64; ++count) {
+  for (size_t count = 0; count <= 80; ++count) {
     std::vector<T> a(count), b(count), result(count);
     for (size_t i = 0; i < count; ++i) {
       a[i] = pick();
       b[i] = random() % 4 == 0 ? a[i] : pick();
     }
-    levels.scalar(reinterpret_cast<uint8_t*>(result.data()), reinterpret_cast<const uint8_t*>(a.data()),
-                  reinterpret_cast<const uint8_t*>(b.data()), count);
+    kernel(reinterpret_cast<uint8_t*>(result.data()), reinterpret_cast<const uint8_t*>(a.data()),
+           reinterpret_cast<const uint8_t*>(b.data()), count);
     for (size_t i = 0; i < count; ++i) {
       T expected = extreme == Extreme::Min ? std::min(a[i], b[i]) : std::max(a[i], b[i]);
       ASSERT_EQ(result[i], expected) << name_of(extreme) << " element " << i << " of " << count;
@@ -144,32 +185,42 @@ void check_minmax_scalar(Extreme extreme) {
   }
 }
 
+// The scalar level is the twin: it meets only the oracle, and the guard
+// pages through the other levels' remainders.
 template <class T>
-void check_minmax() {
+void check_minmax(const vek::MinMaxTable& table, vek::Level level) {
   for (Extreme extreme : {Extreme::Min, Extreme::Max}) {
-    check_minmax_scalar<T>(extreme);
-    check_minmax_twins<T>(extreme);
-    check_minmax_overlap<T>(extreme);
+    ASSERT_NO_FATAL_FAILURE(check_minmax_oracle<T>(table, extreme));
+    if (level == vek::Level::Scalar) continue;
+    ASSERT_NO_FATAL_FAILURE(check_minmax_twins<T>(table, extreme));
+    ASSERT_NO_FATAL_FAILURE(check_minmax_overlap<T>(table, extreme));
   }
 }
 
-TEST(MinMaxKernels, Unsigned8) { check_minmax<uint8_t>(); }
-TEST(MinMaxKernels, Signed8) { check_minmax<int8_t>(); }
-TEST(MinMaxKernels, Unsigned16) { check_minmax<uint16_t>(); }
-TEST(MinMaxKernels, Signed16) { check_minmax<int16_t>(); }
-TEST(MinMaxKernels, Unsigned32) { check_minmax<uint32_t>(); }
-TEST(MinMaxKernels, Signed32) { check_minmax<int32_t>(); }
-TEST(MinMaxKernels, Unsigned64) { check_minmax<uint64_t>(); }
-TEST(MinMaxKernels, Signed64) { check_minmax<int64_t>(); }
+class MinMaxLevel : public LevelTest {
+ protected:
+  const vek::MinMaxTable& table() const { return table_of(vek::minmax_kernels, GetParam()); }
+};
 
-TEST(MinMaxKernels, OnlyWholeElementSizes) {
+TEST_P(MinMaxLevel, Unsigned8) { check_minmax<uint8_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Signed8) { check_minmax<int8_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Unsigned16) { check_minmax<uint16_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Signed16) { check_minmax<int16_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Unsigned32) { check_minmax<uint32_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Signed32) { check_minmax<int32_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Unsigned64) { check_minmax<uint64_t>(table(), GetParam()); }
+TEST_P(MinMaxLevel, Signed64) { check_minmax<int64_t>(table(), GetParam()); }
+
+TEST_P(MinMaxLevel, OnlyWholeElementSizes) {
   for (int32_t bits : {0, 1, 7, 12, 24, 128, -8}) {
     for (bool isSigned : {false, true}) {
-      EXPECT_EQ(vek::minmax_levels(bits, isSigned, Extreme::Min).sse2, nullptr) << bits;
-      EXPECT_EQ(vek::minmax_levels(bits, isSigned, Extreme::Max).scalar, nullptr) << bits;
+      EXPECT_EQ(vek::minmax_kernel(table(), bits, isSigned, Extreme::Min), nullptr) << bits;
+      EXPECT_EQ(vek::minmax_kernel(table(), bits, isSigned, Extreme::Max), nullptr) << bits;
     }
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Levels, MinMaxLevel, ::testing::ValuesIn(levels_of(vek::minmax_kernels)), level_test_name);
 
 // -- scaling --------------------------------------------------------------------
 
@@ -194,7 +245,7 @@ void check_scale_twins(ScaleKernel kernel, ScaleKernel twin, size_t width) {
         << "factor " << factor << " size " << data.size << " misalignment " << m;
   };
   for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
-    for (size_t size = 0; size <= kMaxSize; ++size) {
+    for (size_t size : test_sizes()) {
       Fenced data(size, side);
       for (size_t m = 0; m < kAlignments; ++m) {
         ASSERT_NO_FATAL_FAILURE(check(data, m, kFactors[turn++ % std::size(kFactors)]));
@@ -204,8 +255,79 @@ void check_scale_twins(ScaleKernel kernel, ScaleKernel twin, size_t width) {
   }
 }
 
-TEST(ScaleKernels, TableAgainstProducts) { check_scale_twins(vek::scale_u8_table, vek::scale_u8_scalar, 1); }
-TEST(ScaleKernels, Sse2AgainstScalar16) { check_scale_twins(vek::scale_u16_sse2, vek::scale_u16_scalar, 2); }
+// The factors above and random ones across many magnitudes, both signs.
+std::vector<double> many_factors() {
+  std::vector<double> factors(std::begin(kFactors), std::end(kFactors));
+  std::mt19937_64 random(5);
+  std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
+  for (int i = 0; i < 200; ++i) factors.push_back(std::ldexp(mantissa(random), static_cast<int>(random() % 80) - 40));
+  // factors of few significant bits, which the 16-bit AVX2 level multiplies in float
+  for (double few_bits : {3.0, 0.75, 100.0, 255.0, 256.0, 0x1p-20, 0x1p20, 0x1p-100, 0x1p-101, 0x1.02p0, 0x1.01p-3}) {
+    factors.push_back(few_bits);
+  }
+  for (double near : {1.0, 255.0, 65535.0, 1.0 / 255.0, 1.0 / 65535.0}) {
+    factors.push_back(std::nextafter(near, 0.0));
+    factors.push_back(std::nextafter(near, 2.0 * near));
+  }
+  return factors;
+}
+
+class ScaleU8Level : public LevelTest {
+ protected:
+  ScaleKernel kernel() const { return table_of(vek::scale_u8_kernels, GetParam()).scale; }
+};
+
+TEST_P(ScaleU8Level, MatchesTwin) { check_scale_twins(kernel(), vek::scale_u8_scalar, 1); }
+
+// Every byte value, in a run long enough for the table, for each factor.
+TEST_P(ScaleU8Level, EveryByteValue) {
+  Bytes values(256 * 3 + 21);
+  for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint8_t>(i * 167 + i / 256);
+  for (double factor : many_factors()) {
+    Bytes expected = values, data = values;
+    vek::scale_u8_scalar(expected.data(), expected.size(), factor);
+    kernel()(data.data(), data.size(), factor);
+    ASSERT_EQ(data, expected) << "factor " << factor;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, ScaleU8Level, ::testing::ValuesIn(levels_of(vek::scale_u8_kernels)),
+                         level_test_name);
+
+class ScaleU16Level : public LevelTest {
+ protected:
+  ScaleKernel kernel() const { return table_of(vek::scale_u16_kernels, GetParam()).scale; }
+};
+
+TEST_P(ScaleU16Level, MatchesTwin) { check_scale_twins(kernel(), vek::scale_u16_scalar, 2); }
+
+// All 65536 values, one byte off a 16-byte boundary, for each factor.
+TEST_P(ScaleU16Level, EveryValue) {
+  Bytes values(2 * 65536 + 1);
+  for (size_t w = 0; w < 65536; ++w) {
+    values[1 + 2 * w] = static_cast<uint8_t>(w);
+    values[2 + 2 * w] = static_cast<uint8_t>(w >> 8);
+  }
+  for (double factor : many_factors()) {
+    Bytes expected = values, data = values;
+    vek::scale_u16_scalar(expected.data() + 1, 65536, factor);
+    kernel()(data.data() + 1, 65536, factor);
+    ASSERT_EQ(data, expected) << "factor " << factor;
+  }
+}
+
+TEST_P(ScaleU16Level, NegativeOrNaNFactorLeavesValuesAlone) {
+  Bytes values(77);
+  for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint8_t>(i * 29 + 3);
+  for (double factor : {-2.0, -0.5, -kInf, kNaN, -1.0E-300}) {
+    Bytes data = values;
+    kernel()(data.data(), data.size() / 2, factor);
+    EXPECT_EQ(data, values) << "factor " << factor;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, ScaleU16Level, ::testing::ValuesIn(levels_of(vek::scale_u16_kernels)),
+                         level_test_name);
 
 // Every byte value against integer arithmetic: held at 255 from a factor of
 // 1 up, wrapped modulo 256 below it.
@@ -253,17 +375,6 @@ TEST(ScaleKernels, Values16AgainstIntegerArithmetic) {
   for (int w = 0; w < 65536; ++w) {
     ASSERT_EQ(vek::scale_u16_value(static_cast<uint16_t>(w), 0.5), w / 2) << w;
     ASSERT_EQ(vek::scale_u16_value(static_cast<uint16_t>(w), kInf), w == 0 ? 0 : 65535) << w;
-  }
-}
-
-TEST(ScaleKernels, NegativeOrNaNFactorLeaves16BitValuesAlone) {
-  Bytes values = {0x00, 0x80, 0xFF, 0x7F, 0x34, 0x12, 0x01, 0x00, 0xFF, 0xFF, 0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x70};
-  for (double factor : {-2.0, -0.5, -kInf, kNaN, -1.0E-300}) {
-    for (ScaleKernel kernel : {vek::scale_u16_scalar, vek::scale_u16_sse2}) {
-      Bytes data = values;
-      kernel(data.data(), data.size() / 2, factor);
-      EXPECT_EQ(data, values) << "factor " << factor;
-    }
   }
 }
 }  // namespace
