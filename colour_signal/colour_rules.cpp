@@ -127,13 +127,22 @@ int32_t four_bytes(const uint8_t bytes[4]) {
 
 // A channel is a byte, so its 32-bit band narrows to a byte band, or to none
 // (false: no pixel matches).
-bool byte_bands(const int32_t lo[4], const int32_t hi[4], uint8_t lo8[4], uint8_t hi8[4]) {
+[[gnu::always_inline]] inline bool byte_bands(const int32_t lo[4], const int32_t hi[4], uint8_t lo8[4],
+                                               uint8_t hi8[4]) {
   for (int k = 0; k < 4; ++k) {
     if (lo[k] > hi[k] || hi[k] < 0 || lo[k] > 255) return false;
     lo8[k] = static_cast<uint8_t>(lo[k] < 0 ? 0 : lo[k]);
     hi8[k] = static_cast<uint8_t>(hi[k] > 255 ? 255 : hi[k]);
   }
   return true;
+}
+
+[[gnu::always_inline]] inline void replace_four(uint8_t* pixels, __m128i low, __m128i high, __m128i colour) {
+  __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels));
+  __m128i outside = _mm_or_si128(_mm_subs_epu8(v, high), _mm_subs_epu8(low, v));
+  __m128i match = _mm_cmpeq_epi32(outside, _mm_setzero_si128());
+  v = _mm_or_si128(_mm_and_si128(match, colour), _mm_andnot_si128(match, v));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(pixels), v);
 }
 }  // namespace
 
@@ -147,13 +156,7 @@ void replace_colour_sse2(uint8_t* pixels, size_t count, const int32_t lo[4], con
   const __m128i colour = _mm_set1_epi32(four_bytes(dest));
   size_t i = 0;
   // main loop
-  for (; i + 4 <= count; i += 4, pixels += 16) {
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels));
-    __m128i outside = _mm_or_si128(_mm_subs_epu8(v, high), _mm_subs_epu8(low, v));
-    __m128i match = _mm_cmpeq_epi32(outside, _mm_setzero_si128());
-    v = _mm_or_si128(_mm_and_si128(match, colour), _mm_andnot_si128(match, v));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(pixels), v);
-  }
+  for (; i + 4 <= count; i += 4, pixels += 16) replace_four(pixels, low, high, colour);
   // remainder
   replace_colour_scalar(pixels, count - i, lo, hi, dest);
 }
@@ -168,10 +171,15 @@ namespace {
 }
 }  // namespace
 
-// As the SSE2 level, sixteen pixels a turn.
+// As the SSE2 level, sixteen pixels a turn; fewer than eight go to the twin
+// at once.
 [[gnu::target("avx2")]] void replace_colour_avx2(uint8_t* pixels, size_t count, const int32_t lo[4],
                                                  const int32_t hi[4], const uint8_t dest[4]) noexcept {
   uint8_t lo8[4], hi8[4];
+  if (count < 8) {
+    replace_colour_scalar(pixels, count, lo, hi, dest);
+    return;
+  }
   if (!byte_bands(lo, hi, lo8, hi8)) return;
   const __m256i low = _mm256_set1_epi32(four_bytes(lo8)), high = _mm256_set1_epi32(four_bytes(hi8));
   const __m256i colour = _mm256_set1_epi32(four_bytes(dest));
@@ -181,8 +189,17 @@ namespace {
     replace_eight_avx2(pixels, low, high, colour);
     replace_eight_avx2(pixels + 32, low, high, colour);
   }
-  // remainder
-  replace_colour_sse2(pixels, count - i, lo, hi, dest);
+  // remainder: one more vector of each width, then the twin
+  if (i + 8 <= count) {
+    replace_eight_avx2(pixels, low, high, colour);
+    i += 8, pixels += 32;
+  }
+  if (i + 4 <= count) {
+    replace_four(pixels, _mm256_castsi256_si128(low), _mm256_castsi256_si128(high), _mm256_castsi256_si128(colour));
+    i += 4, pixels += 16;
+  }
+  _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
+  replace_colour_scalar(pixels, count - i, lo, hi, dest);
 }
 
 constinit KernelFamily<ReplaceColourTable, 3> replace_colour_kernels{{{
@@ -263,18 +280,28 @@ template <bool kFourth, bool kEmptyGives0>
     complement_eight_avx2<kFourth, kEmptyGives0>(pixels, budgets);
     complement_eight_avx2<kFourth, kEmptyGives0>(pixels + 32, budgets);
   }
+  if (i + 8 <= count) {
+    complement_eight_avx2<kFourth, kEmptyGives0>(pixels, budgets);
+    i += 8;
+  }
   return i;
 }
 
-// Sixteen pixels a turn, with the budget clamped to 0..1275 as for SSE2.
+// Sixteen pixels a turn, with the budget clamped to 0..1275 as for SSE2;
+// fewer than eight go to the twin at once.
 template <bool kFourth>
 [[gnu::target("avx2")]] void complement_avx2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) {
+  if (count < 8) {
+    complement_scalar<kFourth>(pixels, count, byte_max, with_sum0);
+    return;
+  }
   int32_t budget = byte_max < 0 ? 0 : byte_max > 1275 ? 1275 : byte_max;
-  // main loop
+  // main loop, and one more vector
   size_t done = with_sum0 ? complement_avx2_loop<kFourth, true>(pixels, count, budget)
                           : complement_avx2_loop<kFourth, false>(pixels, count, budget);
   // remainder
-  complement_sse2<kFourth>(pixels + 4 * done, count - done, byte_max, with_sum0);
+  _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
+  complement_scalar<kFourth>(pixels + 4 * done, count - done, byte_max, with_sum0);
 }
 }  // namespace
 

@@ -164,8 +164,15 @@ namespace {
     sixteen_triples_avx2(in + 48, out + 32);
     sixteen_triples_avx2(in + 96, out + 64);
   }
-  // remainder
-  rgb12_to_rgb8_ssse3(in, out, groups - g);
+  // remainder: eight groups in 16-byte vectors, then the twin
+  if (g + 8 <= groups) {
+    eight_triples_ssse3(in, out);
+    eight_triples_ssse3(in + 24, out + 16);
+    eight_triples_ssse3(in + 48, out + 32);
+    g += 8, in += 72, out += 48;
+  }
+  _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
+  rgb12_to_rgb8_scalar(in, out, groups - g);
 }
 
 constinit KernelFamily<Rgb12Table, 4> rgb12_kernels{{{
