@@ -17,7 +17,7 @@
 // negative offsetByte "UnsupportedOperationException" "offset < 0".
 #include "colour_signal/colour_rules.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <cstring>
 
@@ -71,7 +71,7 @@ void Calc3te(REALmemoryBlock block, int32_t source1, int32_t source2, int32_t so
     hi[k] = truncated_bound(source[k] * upper);
     lo[k] = truncated_bound(source[k] * lower);
   }
-  vek::replace_colour_sse2(bytes.data() + offsetByte, count, lo, hi, dest);
+  vek::replace_colour_kernels.best().replace(bytes.data() + offsetByte, count, lo, hi, dest);
 }
 
 void Calc2teCMY(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, int32_t length, uint8_t withSum0) {
@@ -86,7 +86,7 @@ void Calc2teCMY(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, int
   rbBytes bytes(block);
   size_t count = pixels_in_range(bytes, offsetByte, length);
   if (count == 0) return;
-  vek::complement_cmy_sse2(bytes.data() + offsetByte, count, iByteMax, withSum0 != 0);
+  vek::complement_kernels.best().cmy(bytes.data() + offsetByte, count, iByteMax, withSum0 != 0);
 }
 
 void Calc2teCMYK(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, int32_t length, uint8_t withSum0) {
@@ -101,7 +101,7 @@ void Calc2teCMYK(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, in
   rbBytes bytes(block);
   size_t count = pixels_in_range(bytes, offsetByte, length);
   if (count == 0) return;
-  vek::complement_cmyk_sse2(bytes.data() + offsetByte, count, iByteMax, withSum0 != 0);
+  vek::complement_kernels.best().cmyk(bytes.data() + offsetByte, count, iByteMax, withSum0 != 0);
 }
 
 namespace vek {
@@ -119,37 +119,94 @@ void replace_colour_scalar(uint8_t* pixels, size_t count, const int32_t lo[4], c
 }
 
 namespace {
-__m128i four_times(const uint8_t bytes[4]) {
+int32_t four_bytes(const uint8_t bytes[4]) {
   int32_t pixel;
   std::memcpy(&pixel, bytes, 4);
-  return _mm_set1_epi32(pixel);
+  return pixel;
 }
-}  // namespace
 
-// A channel is a byte, so its 32-bit band narrows to a byte band (or to none)
-// and the tests become unsigned byte minima and maxima, four pixels a turn.
-void replace_colour_sse2(uint8_t* pixels, size_t count, const int32_t lo[4], const int32_t hi[4],
-                         const uint8_t dest[4]) noexcept {
-  uint8_t lo8[4], hi8[4];
+// A channel is a byte, so its 32-bit band narrows to a byte band, or to none
+// (false: no pixel matches).
+[[gnu::always_inline]] inline bool byte_bands(const int32_t lo[4], const int32_t hi[4], uint8_t lo8[4],
+                                               uint8_t hi8[4]) {
   for (int k = 0; k < 4; ++k) {
-    if (lo[k] > hi[k] || hi[k] < 0 || lo[k] > 255) return;  // no byte lies in this band: no pixel matches
+    if (lo[k] > hi[k] || hi[k] < 0 || lo[k] > 255) return false;
     lo8[k] = static_cast<uint8_t>(lo[k] < 0 ? 0 : lo[k]);
     hi8[k] = static_cast<uint8_t>(hi[k] > 255 ? 255 : hi[k]);
   }
-  const __m128i low = four_times(lo8), high = four_times(hi8), colour = four_times(dest);
-  const __m128i all = _mm_set1_epi32(-1);
+  return true;
+}
+
+[[gnu::always_inline]] inline void replace_four(uint8_t* pixels, __m128i low, __m128i high, __m128i colour) {
+  __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels));
+  __m128i outside = _mm_or_si128(_mm_subs_epu8(v, high), _mm_subs_epu8(low, v));
+  __m128i match = _mm_cmpeq_epi32(outside, _mm_setzero_si128());
+  v = _mm_or_si128(_mm_and_si128(match, colour), _mm_andnot_si128(match, v));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(pixels), v);
+}
+}  // namespace
+
+// A byte c lies in lo..hi exactly when both c - hi and lo - c saturate to 0,
+// so a pixel matches when those differences, OR-ed, make a 32-bit 0.
+void replace_colour_sse2(uint8_t* pixels, size_t count, const int32_t lo[4], const int32_t hi[4],
+                         const uint8_t dest[4]) noexcept {
+  uint8_t lo8[4], hi8[4];
+  if (!byte_bands(lo, hi, lo8, hi8)) return;
+  const __m128i low = _mm_set1_epi32(four_bytes(lo8)), high = _mm_set1_epi32(four_bytes(hi8));
+  const __m128i colour = _mm_set1_epi32(four_bytes(dest));
   size_t i = 0;
   // main loop
-  for (; i + 4 <= count; i += 4, pixels += 16) {
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels));
-    __m128i inside = _mm_and_si128(_mm_cmpeq_epi8(_mm_max_epu8(v, low), v), _mm_cmpeq_epi8(_mm_min_epu8(v, high), v));
-    __m128i match = _mm_cmpeq_epi32(inside, all);  // all four channels inside
-    v = _mm_or_si128(_mm_and_si128(match, colour), _mm_andnot_si128(match, v));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(pixels), v);
-  }
+  for (; i + 4 <= count; i += 4, pixels += 16) replace_four(pixels, low, high, colour);
   // remainder
   replace_colour_scalar(pixels, count - i, lo, hi, dest);
 }
+
+namespace {
+[[gnu::target("avx2"), gnu::always_inline]] inline void replace_eight_avx2(uint8_t* pixels, __m256i low, __m256i high,
+                                                                           __m256i colour) {
+  __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pixels));
+  __m256i outside = _mm256_or_si256(_mm256_subs_epu8(v, high), _mm256_subs_epu8(low, v));
+  __m256i match = _mm256_cmpeq_epi32(outside, _mm256_setzero_si256());
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(pixels), _mm256_blendv_epi8(v, colour, match));
+}
+}  // namespace
+
+// As the SSE2 level, sixteen pixels a turn; fewer than eight go to the twin
+// at once.
+[[gnu::target("avx2")]] void replace_colour_avx2(uint8_t* pixels, size_t count, const int32_t lo[4],
+                                                 const int32_t hi[4], const uint8_t dest[4]) noexcept {
+  uint8_t lo8[4], hi8[4];
+  if (count < 8) {
+    replace_colour_scalar(pixels, count, lo, hi, dest);
+    return;
+  }
+  if (!byte_bands(lo, hi, lo8, hi8)) return;
+  const __m256i low = _mm256_set1_epi32(four_bytes(lo8)), high = _mm256_set1_epi32(four_bytes(hi8));
+  const __m256i colour = _mm256_set1_epi32(four_bytes(dest));
+  size_t i = 0;
+  // main loop
+  for (; i + 16 <= count; i += 16, pixels += 64) {
+    replace_eight_avx2(pixels, low, high, colour);
+    replace_eight_avx2(pixels + 32, low, high, colour);
+  }
+  // remainder: one more vector of each width, then the twin
+  if (i + 8 <= count) {
+    replace_eight_avx2(pixels, low, high, colour);
+    i += 8, pixels += 32;
+  }
+  if (i + 4 <= count) {
+    replace_four(pixels, _mm256_castsi256_si128(low), _mm256_castsi256_si128(high), _mm256_castsi256_si128(colour));
+    i += 4, pixels += 16;
+  }
+  _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
+  replace_colour_scalar(pixels, count - i, lo, hi, dest);
+}
+
+constinit KernelFamily<ReplaceColourTable, 3> replace_colour_kernels{{{
+    {Level::AVX2, {replace_colour_avx2}},
+    {Level::SSE2, {replace_colour_sse2}},
+    {Level::Scalar, {replace_colour_scalar}},
+}}};
 
 // -- channel-sum complement ---------------------------------------------------
 
@@ -197,6 +254,55 @@ void complement_sse2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_
   // remainder
   complement_scalar<kFourth>(pixels, count - i, byte_max, with_sum0);
 }
+
+// Eight pixels in one vector: their sums by multiply-adds of the bytes with
+// weights 1 (0 for a fourth byte left out), then budget - sum saturated at 0
+// and capped at 255 in the low 16 bits of each pixel (the high 16 stay 0).
+// With kEmptyGives0 the cap is 255 times the sign of the sum, so 0 for an
+// empty pixel.
+template <bool kFourth, bool kEmptyGives0>
+[[gnu::target("avx2"), gnu::always_inline]] inline void complement_eight_avx2(uint8_t* pixels, __m256i budget) {
+  const __m256i weights = _mm256_set1_epi32(kFourth ? 0x01010101 : 0x00010101);
+  const __m256i byte_top = _mm256_set1_epi32(255);
+  __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(pixels));
+  __m256i sum = _mm256_madd_epi16(_mm256_maddubs_epi16(v, weights), _mm256_set1_epi16(1));
+  __m256i cap = kEmptyGives0 ? _mm256_sign_epi16(byte_top, sum) : byte_top;
+  __m256i fourth = _mm256_min_epi16(_mm256_subs_epu16(budget, sum), cap);
+  v = _mm256_blendv_epi8(v, _mm256_slli_epi32(fourth, 24), _mm256_set1_epi32(static_cast<int32_t>(0xFF000000)));
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(pixels), v);
+}
+
+template <bool kFourth, bool kEmptyGives0>
+[[gnu::target("avx2")]] size_t complement_avx2_loop(uint8_t* pixels, size_t count, int32_t budget) {
+  const __m256i budgets = _mm256_set1_epi32(budget);
+  size_t i = 0;
+  for (; i + 16 <= count; i += 16, pixels += 64) {
+    complement_eight_avx2<kFourth, kEmptyGives0>(pixels, budgets);
+    complement_eight_avx2<kFourth, kEmptyGives0>(pixels + 32, budgets);
+  }
+  if (i + 8 <= count) {
+    complement_eight_avx2<kFourth, kEmptyGives0>(pixels, budgets);
+    i += 8;
+  }
+  return i;
+}
+
+// Sixteen pixels a turn, with the budget clamped to 0..1275 as for SSE2;
+// fewer than eight go to the twin at once.
+template <bool kFourth>
+[[gnu::target("avx2")]] void complement_avx2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) {
+  if (count < 8) {
+    complement_scalar<kFourth>(pixels, count, byte_max, with_sum0);
+    return;
+  }
+  int32_t budget = byte_max < 0 ? 0 : byte_max > 1275 ? 1275 : byte_max;
+  // main loop, and one more vector
+  size_t done = with_sum0 ? complement_avx2_loop<kFourth, true>(pixels, count, budget)
+                          : complement_avx2_loop<kFourth, false>(pixels, count, budget);
+  // remainder
+  _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
+  complement_scalar<kFourth>(pixels + 4 * done, count - done, byte_max, with_sum0);
+}
 }  // namespace
 
 void complement_cmy_scalar(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
@@ -205,11 +311,23 @@ void complement_cmy_scalar(uint8_t* pixels, size_t count, int32_t byte_max, bool
 void complement_cmy_sse2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_sse2<false>(pixels, count, byte_max, with_sum0);
 }
+void complement_cmy_avx2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
+  complement_avx2<false>(pixels, count, byte_max, with_sum0);
+}
 void complement_cmyk_scalar(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_scalar<true>(pixels, count, byte_max, with_sum0);
 }
 void complement_cmyk_sse2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_sse2<true>(pixels, count, byte_max, with_sum0);
 }
+void complement_cmyk_avx2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
+  complement_avx2<true>(pixels, count, byte_max, with_sum0);
+}
+
+constinit KernelFamily<ComplementTable, 3> complement_kernels{{{
+    {Level::AVX2, {complement_cmy_avx2, complement_cmyk_avx2}},
+    {Level::SSE2, {complement_cmy_sse2, complement_cmyk_sse2}},
+    {Level::Scalar, {complement_cmy_scalar, complement_cmyk_scalar}},
+}}};
 
 }  // namespace vek

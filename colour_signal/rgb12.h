@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "frame/dispatch.h"
+
 namespace vek {
 
 // Group g, nine bytes holding six 12-bit samples at in + 9g, becomes six
@@ -13,5 +15,12 @@ namespace vek {
 // written over it.
 void rgb12_to_rgb8_scalar(const uint8_t* in, uint8_t* out, size_t groups) noexcept;
 void rgb12_to_rgb8_sse2(const uint8_t* in, uint8_t* out, size_t groups) noexcept;
+void rgb12_to_rgb8_ssse3(const uint8_t* in, uint8_t* out, size_t groups) noexcept;
+void rgb12_to_rgb8_avx2(const uint8_t* in, uint8_t* out, size_t groups) noexcept;
+
+struct Rgb12Table {
+  void (*convert)(const uint8_t* in, uint8_t* out, size_t groups) noexcept;
+};
+extern KernelFamily<Rgb12Table, 4> rgb12_kernels;
 
 }  // namespace vek

@@ -1,7 +1,8 @@
-// The colour kernels' SSE2 levels against their scalar twins, over random
-// data, 0..300 groups or pixels, every start misalignment 0..63, and storage
-// ending at (or starting after) a PROT_NONE page; the twins themselves against
-// hand-written expectations and independent oracles.
+// Every level of the colour kernels against their scalar twins, over random
+// data, 0..300 groups or pixels and a few large counts, every start
+// misalignment 0..63, and storage ending at (or starting after) a PROT_NONE
+// page; the twins themselves against hand-written expectations and
+// independent oracles.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -12,33 +13,61 @@
 
 #include "colour_signal/colour_rules.h"
 #include "colour_signal/rgb12.h"
+#include "frame/cpu.h"
 #include "tests/support/guarded_buffer.h"
 
 namespace {
 using Bytes = std::vector<uint8_t>;
 
+template <typename Table, size_t N>
+std::vector<vek::Level> levels_of(const vek::KernelFamily<Table, N>& family) {
+  std::vector<vek::Level> levels;
+  for (const auto& level : family.levels()) levels.push_back(level.level);
+  return levels;
+}
+
+template <typename Table, size_t N>
+const Table& table_of(const vek::KernelFamily<Table, N>& family, vek::Level level) {
+  for (const auto& candidate : family.levels()) {
+    if (candidate.level == level) return candidate.table;
+  }
+  return family.levels().back().table;  // not reached: the levels come from the family
+}
+
+std::string level_param_name(const testing::TestParamInfo<vek::Level>& info) { return vek::level_name(info.param); }
+
+const size_t kLargeCounts[] = {4096 + 37, 65536 + 5};
+
 // Runs `vector` in place on guarded storage and `scalar` on a copy of the
-// same bytes, for every element count 0..300 and start 0..63 on both guard
-// sides; `fill` makes the bytes and picks the call's other arguments.
+// same bytes, for every element count 0..300 and the large ones: starting at
+// every misalignment 0..63 after a PROT_NONE page, and ending right before
+// one. `fill` makes the bytes and picks the call's other arguments, anew for
+// every count.
 void against_twin(size_t element_bytes, const std::function<void(std::mt19937&, Bytes&)>& fill,
                   const std::function<void(uint8_t*, size_t)>& scalar,
                   const std::function<void(uint8_t*, size_t)>& vector) {
   std::mt19937 random(20240607);
-  for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
-    for (size_t count = 0; count <= 300; ++count) {
-      for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
-        Bytes expected(count * element_bytes);
-        fill(random, expected);
-        GuardedBuffer buffer(expected.size() + misalignment, side);
-        uint8_t* start = buffer.data() + misalignment;
-        if (!expected.empty()) std::memcpy(start, expected.data(), expected.size());
-        scalar(expected.data(), count);
-        vector(start, count);
-        ASSERT_TRUE(std::equal(expected.begin(), expected.end(), start))
-            << "count " << count << ", misalignment " << misalignment
-            << (side == GuardSide::After ? ", guard after" : ", guard before");
-      }
+  std::vector<size_t> counts;
+  for (size_t count = 0; count <= 300; ++count) counts.push_back(count);
+  counts.insert(counts.end(), std::begin(kLargeCounts), std::end(kLargeCounts));
+  for (size_t count : counts) {
+    Bytes expected(count * element_bytes);
+    fill(random, expected);
+    const Bytes original = expected;
+    scalar(expected.data(), count);
+    auto check = [&](uint8_t* start, const char* where) {
+      if (!original.empty()) std::memcpy(start, original.data(), original.size());
+      vector(start, count);
+      return std::equal(expected.begin(), expected.end(), start) ? testing::AssertionSuccess()
+                                                                  : testing::AssertionFailure() << where;
+    };
+    GuardedBuffer after_guard(original.size() + 63, GuardSide::Before);
+    for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
+      ASSERT_TRUE(check(after_guard.data() + misalignment, "after a guard page"))
+          << "count " << count << ", misalignment " << misalignment;
     }
+    GuardedBuffer before_guard(original.size(), GuardSide::After);
+    ASSERT_TRUE(check(before_guard.data(), "before a guard page")) << "count " << count;
   }
 }
 
@@ -49,27 +78,37 @@ void random_bytes(std::mt19937& random, Bytes& bytes) {
 
 // -- 12-bit to 8-bit RGB --------------------------------------------------------
 
-TEST(Rgb12Kernel, Sse2MatchesScalarInPlace) {
+class Rgb12Level : public testing::TestWithParam<vek::Level> {};
+
+TEST_P(Rgb12Level, MatchesScalarInPlace) {
+  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  auto convert = table_of(vek::rgb12_kernels, GetParam()).convert;
   against_twin(
       9, random_bytes, [](uint8_t* p, size_t n) { vek::rgb12_to_rgb8_scalar(p, p, n); },
-      [](uint8_t* p, size_t n) { vek::rgb12_to_rgb8_sse2(p, p, n); });
+      [&](uint8_t* p, size_t n) { convert(p, p, n); });
 }
 
-TEST(Rgb12Kernel, Sse2MatchesScalarIntoAnotherBuffer) {
+TEST_P(Rgb12Level, MatchesScalarIntoAnotherBuffer) {
+  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  auto convert = table_of(vek::rgb12_kernels, GetParam()).convert;
   std::mt19937 random(7);
-  for (size_t groups = 0; groups <= 300; ++groups) {
-    Bytes in(groups * 9);
-    random_bytes(random, in);
-    GuardedBuffer source(in.size(), GuardSide::After);
-    if (!in.empty()) std::memcpy(source.data(), in.data(), in.size());
-    GuardedBuffer out(groups * 6, GuardSide::After);
-    Bytes expected(groups * 6);
-    vek::rgb12_to_rgb8_scalar(in.data(), expected.data(), groups);
-    vek::rgb12_to_rgb8_sse2(source.data(), out.data(), groups);
-    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), out.data())) << groups << " groups";
-    ASSERT_TRUE(std::equal(in.begin(), in.end(), source.data())) << "the source changed";
+  for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
+    for (size_t groups = 0; groups <= 300; ++groups) {
+      Bytes in(groups * 9);
+      random_bytes(random, in);
+      GuardedBuffer source(in.size(), side);
+      if (!in.empty()) std::memcpy(source.data(), in.data(), in.size());
+      GuardedBuffer out(groups * 6, side);
+      Bytes expected(groups * 6);
+      vek::rgb12_to_rgb8_scalar(in.data(), expected.data(), groups);
+      convert(source.data(), out.data(), groups);
+      ASSERT_TRUE(std::equal(expected.begin(), expected.end(), out.data())) << groups << " groups";
+      ASSERT_TRUE(std::equal(in.begin(), in.end(), source.data())) << "the source changed";
+    }
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Levels, Rgb12Level, testing::ValuesIn(levels_of(vek::rgb12_kernels)), level_param_name);
 
 // The twin against a reading of the packed samples bit by bit.
 TEST(Rgb12Kernel, ScalarKeepsTheUpperEightBitsOfEverySample) {
@@ -106,7 +145,11 @@ const Band kBands[] = {{0, 255},     {180, 220},   {90, 110},   {45, 55},    {0,
                        {2, 3},       {-5, 3},      {250, 300},  {3, 2},      {-10, -1},   {256, 400},
                        {INT32_MIN, INT32_MAX},     {INT32_MIN, INT32_MIN},   {100, 100},  {-1, 0}};
 
-TEST(ReplaceColourKernel, Sse2MatchesScalar) {
+class ReplaceColourLevel : public testing::TestWithParam<vek::Level> {};
+
+TEST_P(ReplaceColourLevel, MatchesScalar) {
+  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  auto replace = table_of(vek::replace_colour_kernels, GetParam()).replace;
   int32_t lo[4], hi[4];
   uint8_t dest[4];
   // Pixels near the chosen bands, so that whole pixels match often.
@@ -126,8 +169,11 @@ TEST(ReplaceColourKernel, Sse2MatchesScalar) {
   };
   against_twin(
       4, fill, [&](uint8_t* p, size_t n) { vek::replace_colour_scalar(p, n, lo, hi, dest); },
-      [&](uint8_t* p, size_t n) { vek::replace_colour_sse2(p, n, lo, hi, dest); });
+      [&](uint8_t* p, size_t n) { replace(p, n, lo, hi, dest); });
 }
+
+INSTANTIATE_TEST_SUITE_P(Levels, ReplaceColourLevel, testing::ValuesIn(levels_of(vek::replace_colour_kernels)),
+                         level_param_name);
 
 // -- channel-sum complement -----------------------------------------------------
 
@@ -135,7 +181,7 @@ const int32_t kBudgets[] = {INT32_MIN, -1, 0, 1, 100, 254, 255, 256, 600, 765, 7
                             1019, 1020, 1021, 1274, 1275, 1276, INT32_MAX};
 
 void complement_twins(void (*scalar)(uint8_t*, size_t, int32_t, bool) noexcept,
-                      void (*sse2)(uint8_t*, size_t, int32_t, bool) noexcept) {
+                      void (*vector)(uint8_t*, size_t, int32_t, bool) noexcept) {
   int32_t budget = 255;
   bool with_sum0 = true;
   auto fill = [&](std::mt19937& random, Bytes& bytes) {
@@ -151,16 +197,23 @@ void complement_twins(void (*scalar)(uint8_t*, size_t, int32_t, bool) noexcept,
   };
   against_twin(
       4, fill, [&](uint8_t* p, size_t n) { scalar(p, n, budget, with_sum0); },
-      [&](uint8_t* p, size_t n) { sse2(p, n, budget, with_sum0); });
+      [&](uint8_t* p, size_t n) { vector(p, n, budget, with_sum0); });
 }
 
-TEST(ComplementKernel, CmySse2MatchesScalar) {
-  complement_twins(vek::complement_cmy_scalar, vek::complement_cmy_sse2);
+class ComplementLevel : public testing::TestWithParam<vek::Level> {};
+
+TEST_P(ComplementLevel, CmyMatchesScalar) {
+  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  complement_twins(vek::complement_cmy_scalar, table_of(vek::complement_kernels, GetParam()).cmy);
 }
 
-TEST(ComplementKernel, CmykSse2MatchesScalar) {
-  complement_twins(vek::complement_cmyk_scalar, vek::complement_cmyk_sse2);
+TEST_P(ComplementLevel, CmykMatchesScalar) {
+  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
+  complement_twins(vek::complement_cmyk_scalar, table_of(vek::complement_kernels, GetParam()).cmyk);
 }
+
+INSTANTIATE_TEST_SUITE_P(Levels, ComplementLevel, testing::ValuesIn(levels_of(vek::complement_kernels)),
+                         level_param_name);
 
 // The twins over every reachable sum and every budget above, against the
 // fourth byte as "budget minus sum, clamped to 0..255, and 0 for an empty
