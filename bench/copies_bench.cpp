@@ -1,9 +1,8 @@
 // CopyBytesVEK between two host blocks, through the registered method, beside
-// memmove of the same number of bytes between two buffers: the method's bytes
-// are moved by memmove, so the gap between the two rows is the cost of the
-// call and its range checks.
+// memmove of the same number of bytes between two such blocks: the method
+// moves its bytes with memmove, so the gap between the two rows is the cost
+// of the call and its range checks.
 #include <cstring>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -30,11 +29,12 @@ void BM_CopyBytesMethod(benchmark::State& state) {
 }
 
 void BM_Memmove(benchmark::State& state) {
+  SimHost host;
   auto size = static_cast<size_t>(state.range(0));
-  std::vector<uint8_t> source(size, 0x5A);
-  std::vector<uint8_t> destination(size, 0);
+  uint8_t* source = host.bytes(host.newBlock(size, 0x5A)).data();
+  uint8_t* destination = host.bytes(host.newBlock(size, 0)).data();
   for (auto _ : state) {
-    std::memmove(destination.data(), source.data(), size);
+    std::memmove(destination, source, size);
     benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));

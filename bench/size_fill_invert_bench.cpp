@@ -4,7 +4,6 @@
 //   BM_InvertBytesVEK/<level>  each level of the family (scalar is the twin)
 //   BM_InvertBytesVEK/limit    two memcpys of N/2 inside the same N bytes: N read
 //                              and N written, the footprint of inverting in place
-//   BM_InvertBytesVEK/memcpy   one memcpy of N bytes between two buffers
 //   BM_FillBytesVEK/method     the registered method (one memset of the run)
 //   BM_FillBytesVEK/limit      memset of the same N bytes
 // Sizes 16 KiB, 1 MiB and 64 MiB, and 0..300 for the small-size check.
@@ -49,17 +48,6 @@ void BM_TwoHalfMemcpysInPlace(benchmark::State& state) {
   for (auto _ : state) {
     std::memcpy(bytes.data() + half, bytes.data(), half);
     std::memcpy(bytes.data(), bytes.data() + half, half);
-    benchmark::ClobberMemory();
-  }
-  state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-void BM_Memcpy(benchmark::State& state) {
-  auto size = static_cast<size_t>(state.range(0));
-  std::vector<uint8_t> source(size, 0x5A);
-  std::vector<uint8_t> destination(size, 0);
-  for (auto _ : state) {
-    std::memcpy(destination.data(), source.data(), size);
     benchmark::ClobberMemory();
   }
   state.SetBytesProcessed(state.iterations() * state.range(0));
@@ -118,7 +106,6 @@ const bool registered = [] {
     benchmark::RegisterBenchmark(name.c_str(), BM_InvertLevel, level.level, level.table.invert)->Apply(sizes);
   }
   benchmark::RegisterBenchmark("BM_InvertBytesVEK/limit", BM_TwoHalfMemcpysInPlace)->Apply(sizes);
-  benchmark::RegisterBenchmark("BM_InvertBytesVEK/memcpy", BM_Memcpy)->Apply(sizes);
   benchmark::RegisterBenchmark("BM_FillBytesVEK/method", BM_FillMethod)->Apply(sizes);
   benchmark::RegisterBenchmark("BM_FillBytesVEK/limit", BM_Memset)->Apply(sizes);
   return true;

@@ -126,7 +126,7 @@ void invert_bytes_sse2(uint8_t* data, size_t count) noexcept {
 // 0..31 bytes go there too.
 [[gnu::target("avx2")]] void invert_bytes_avx2(uint8_t* data, size_t count) noexcept {
   if (count < 16) {
-    invert_tail(data, count);
+    if (count != 0) invert_tail(data, count);
     return;
   }
   if (count < 64) {
