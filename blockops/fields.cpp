@@ -1,7 +1,7 @@
 // Text and file-reference fields: GetStringVEK and SetStringVEK read and
 // write a run of bytes as a string, OSTypeVEK reads and assigns a
-// four-character code, FSSpecVEK reads and assigns a 70-byte file
-// specification record that the host makes from, or turns into, a FolderItem.
+// four-character code, FSSpecVEK reads and assigns a 70-byte FSSpec record
+// (a classic file reference) that the host makes from, or turns into, a FolderItem.
 //
 // On a 10-byte block of zeros (little-endian machine):
 //   SetStringVEK("abc", 2)     -> 00 00 61 62 63 00 00 00 00 00
@@ -28,7 +28,7 @@
 
 namespace {
 constexpr int32_t kCodeBytes = 4;
-constexpr int32_t kSpecBytes = 70;  // a classic file specification record
+constexpr int32_t kSpecBytes = 70;  // a classic FSSpec record
 
 uint8_t* block_data(REALmemoryBlock block) { return static_cast<uint8_t*>(REALMemoryBlockGetPtr(block)); }
 

@@ -215,7 +215,7 @@ inline void REALRaiseException(REALobject exception) {
   if (auto fn = resolve(cell, "RuntimeRaiseException")) fn(exception);
 }
 
-// -- file specifications ----------------------------------------------------
+// -- FSSpec records ----------------------------------------------------------
 
 inline REALfolderItem REALFolderItemFromFSSpec(const void* spec) {
   static std::atomic<REALfolderItem (*)(const void*)> cell;

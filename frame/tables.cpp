@@ -54,7 +54,7 @@ REALmethodDefinition memoryblockMethods[] = {
     {reinterpret_cast<const void*>(fromMacPtr), nullptr, "CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)", kMethodFlags, 0, 0},
     {reinterpret_cast<const void*>(toMacHdl), nullptr, "CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)", kMethodFlags, 0, 0},
     {reinterpret_cast<const void*>(fromMacHdl), nullptr, "CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)", kMethodFlags, 0, 0},
-    // -- searches and file specifications -----------------------------------
+    // -- searches and FSSpec records ---------------------------------------
     {reinterpret_cast<const void*>(findBytes1), nullptr, "FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer", kMethodFlags, 0, 0},
     {reinterpret_cast<const void*>(findBytes2), nullptr, "FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer", kMethodFlags, 0, 0},
     {reinterpret_cast<const void*>(getFSSpec), reinterpret_cast<const void*>(setFSSpec), "FSSpecVEK(offset as Integer) as FolderItem", kMethodFlags, 0, 0},

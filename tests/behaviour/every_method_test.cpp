@@ -191,7 +191,7 @@ const std::set<std::pair<std::string, std::string>> kOwnExceptions = {
 // Methods that read a size of 0 as not known (a block over a raw address) and
 // trust the caller's range there: an ordinary call on an empty block would
 // reach past it, so EmptyBlock gives them a block over 128 raw bytes instead
-// (room for a 70-byte file specification record).
+// (room for a 70-byte FSSpec record).
 const std::set<std::string> kTrustSizeZero = {
     "InvertBytesVEK(offset as integer, count as integer)",
     "CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)",
