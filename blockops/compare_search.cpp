@@ -404,10 +404,11 @@ size_t find_bytes_scalar(const uint8_t* data, size_t size, const uint8_t* target
 // A start position is a candidate when both the target's first and its last
 // byte match there; only candidates are compared in full, lowest first, so
 // the first occurrence is the one found.
-size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept {
-  if (length == 0) return 0;
-  if (length > size) return kNotFound;
-  if (length == 1) return find_byte_sse2(data, size, target[0]);
+namespace {
+// The SSE2 search proper, for targets of 2 bytes or more and 16 positions or
+// more; kept out of line so that a short search does not pay for its setup.
+[[gnu::noinline]] size_t find_bytes_sse2_wide(const uint8_t* data, size_t size, const uint8_t* target,
+                                              size_t length) noexcept {
   const __m128i first = _mm_set1_epi8(static_cast<char>(target[0]));
   const __m128i last = _mm_set1_epi8(static_cast<char>(target[length - 1]));
   auto candidates = [&](__m128i starts, size_t at) {  // 16 start positions from `at`
@@ -422,7 +423,6 @@ size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, 
     return kNotFound;
   };
   const size_t positions = size - length + 1;
-  if (positions < 16) return find_bytes_scalar(data, size, target, length);
   // head: the first 16 positions, then on from a boundary
   size_t found = confirm(0, byte_mask(candidates(load16(data), 0)));
   if (found != kNotFound) return found;
@@ -443,6 +443,15 @@ size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, 
   }
   // remainder: the last positions, fewer than sixteen
   return found_after(i, find_bytes_scalar(data + i, size - i, target, length));
+}
+}  // namespace
+
+size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept {
+  if (length == 0) return 0;
+  if (length > size) return kNotFound;
+  if (length == 1) return find_byte_sse2(data, size, target[0]);
+  if (size - length + 1 < 16) return find_bytes_scalar(data, size, target, length);
+  return find_bytes_sse2_wide(data, size, target, length);
 }
 }  // namespace vek
 
@@ -469,13 +478,12 @@ inline size_t first_match(const uint8_t* data, size_t at, uint64_t mask, const u
 }  // namespace
 
 namespace vek {
-[[gnu::target("avx2")]] size_t find_bytes_avx2(const uint8_t* data, size_t size, const uint8_t* target,
-                                               size_t length) noexcept {
-  if (length == 0) return 0;
-  if (length > size) return kNotFound;
-  if (length == 1) return find_byte_avx2(data, size, target[0]);
+namespace {
+// The AVX2 search proper, for targets of 2 bytes or more and 32 positions or
+// more; kept out of line so that a short search does not pay for its setup.
+[[gnu::target("avx2"), gnu::noinline]] size_t find_bytes_avx2_wide(const uint8_t* data, size_t size,
+                                                                  const uint8_t* target, size_t length) noexcept {
   const size_t positions = size - length + 1;
-  if (positions < 32) return find_bytes_sse2(data, size, target, length);
   const __m256i first = _mm256_set1_epi8(static_cast<char>(target[0]));
   const __m256i last = _mm256_set1_epi8(static_cast<char>(target[length - 1]));
   const uint8_t* ends = data + length - 1;
@@ -505,6 +513,16 @@ namespace vek {
   // remainder: the last positions, fewer than 32, by the SSE2 level
   _mm256_zeroupper();
   return found_after(i, find_bytes_sse2(data + i, size - i, target, length));
+}
+}  // namespace
+
+[[gnu::target("avx2")]] size_t find_bytes_avx2(const uint8_t* data, size_t size, const uint8_t* target,
+                                               size_t length) noexcept {
+  if (length == 0) return 0;
+  if (length > size) return kNotFound;
+  if (length == 1) return find_byte_avx2(data, size, target[0]);
+  if (size - length + 1 < 32) return find_bytes_sse2(data, size, target, length);
+  return find_bytes_avx2_wide(data, size, target, length);
 }
 
 constinit KernelFamily<FindBytesTable, 3> find_bytes_kernels{{{
