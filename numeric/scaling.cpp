@@ -44,9 +44,28 @@ uint8_t wrapped_u8(int value, double factor) {
   return 0;  // not a number, infinite, or a multiple of 256
 }
 
-// Two entries per pass when holding, four when wrapping.
+// Two entries per pass in double lanes when every product truncates within
+// the 32-bit range: held at 255 first, or below 1.0 for |factor| < 2^23
+// (255·2^23 < 2^31). Max gives its second operand, 0, for 0 times infinity;
+// a product that is not a number truncates to 0x80000000, whose low byte is
+// 0. Other factors one entry at a time: two per pass when holding, four when
+// wrapping.
 void build_scale_u8_table(double factor, uint8_t* table) {
-  if (factor >= 1.0) {
+  const bool holds = factor >= 1.0;
+  if (holds || std::fabs(factor) < 0x1p23 || std::isnan(factor)) {
+    const __m128d wide_factor = _mm_set1_pd(factor);
+    const __m128d two = _mm_set1_pd(2.0);
+    __m128d values = _mm_set_pd(1.0, 0.0);
+    for (int v = 0; v < 256; v += 2, values = _mm_add_pd(values, two)) {
+      __m128d product = _mm_mul_pd(values, wide_factor);
+      if (holds) product = _mm_min_pd(_mm_max_pd(product, _mm_setzero_pd()), _mm_set1_pd(255.0));
+      __m128i truncated = _mm_cvttpd_epi32(product);
+      table[v] = static_cast<uint8_t>(_mm_cvtsi128_si32(truncated));
+      table[v + 1] = static_cast<uint8_t>(_mm_cvtsi128_si32(_mm_srli_si128(truncated, 4)));
+    }
+    return;
+  }
+  if (holds) {
     for (int v = 0; v < 256; v += 2) {
       table[v] = saturated_u8(v, factor);
       table[v + 1] = saturated_u8(v + 1, factor);
@@ -73,7 +92,10 @@ void scale_u8_scalar(uint8_t* data, size_t count, double factor) noexcept {
 namespace {
 // Below this many bytes one product per byte costs less than the table's 256
 // (BM_MultiplyUInt8VEK/best against /twin at sizes 0..300).
-constexpr size_t kTableFrom = 160;
+constexpr size_t kTableFrom = 256;
+// Finding the fixed-point rule costs up to 768 steps; shorter ranges are
+// looked up.
+constexpr size_t kRuleFrom = 1024;
 
 // Most tables are also a fixed-point product, which the vector levels
 // compute faster than any lookup: entry v is h = floor(v·2^shift·multiplier /
@@ -168,7 +190,7 @@ void scale_u8_sse2(uint8_t* data, size_t count, double factor) noexcept {
   uint8_t table[256];
   build_scale_u8_table(factor, table);
   ProductRule rule;
-  if (find_product_rule(factor, table, rule)) {
+  if (count >= kRuleFrom && find_product_rule(factor, table, rule)) {
     scale_by_rule_sse2(data, count, rule, table);
     return;
   }
@@ -209,7 +231,7 @@ void build_shuffle_slices(const uint8_t* table, uint8_t* slices) {
   uint8_t table[256];
   build_scale_u8_table(factor, table);
   ProductRule rule;
-  if (find_product_rule(factor, table, rule)) {
+  if (count >= kRuleFrom && find_product_rule(factor, table, rule)) {
     scale_by_rule_sse2(data, count, rule, table);
     return;
   }
@@ -260,7 +282,10 @@ template <RuleEnd End>
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(data + at), apply_rule_avx2<End>(x, multiplier, shift));
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(data + at + 32), apply_rule_avx2<End>(y, multiplier, shift));
   }
-  // remainder: fewer than 64 bytes by the SSE2 rule
+  // remainder: fewer than 64 bytes by the SSE2 rule, once the upper halves
+  // are clean (the compiler leaves the zeroupper out; legacy SSE code after
+  // dirty upper halves is slowed by a lot)
+  _mm256_zeroupper();
   scale_by_rule_sse2(data + at, count - at, rule, table);
 }
 
@@ -286,7 +311,7 @@ template <RuleEnd End>
   uint8_t table[256];
   build_scale_u8_table(factor, table);
   ProductRule rule;
-  if (find_product_rule(factor, table, rule)) {
+  if (count >= kRuleFrom && find_product_rule(factor, table, rule)) {
     if (rule.negative) scale_by_rule_avx2<RuleEnd::NegateLowByte>(data, count, rule, table);
     else if (rule.shift == 8) scale_by_rule_avx2<RuleEnd::HoldThenPack>(data, count, rule, table);
     else scale_by_rule_avx2<RuleEnd::Pack>(data, count, rule, table);
@@ -310,6 +335,7 @@ template <RuleEnd End>
     _mm_storeu_si128(reinterpret_cast<__m128i*>(data + at), lookup_ssse3(x, slices));
     at += 16;
   }
+  _mm256_zeroupper();  // for the caller's SSE code
   for (; at < count; ++at) data[at] = table[data[at]];
 }
 }  // namespace
@@ -427,7 +453,8 @@ template <Clamp C>
     _mm_storeu_si128(reinterpret_cast<__m128i*>(at), scale_eight_u16_avx2<C>(first, wide_factor));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 16), scale_eight_u16_avx2<C>(second, wide_factor));
   }
-  // remainder: fewer than sixteen values
+  // remainder: fewer than sixteen values, once the upper halves are clean
+  _mm256_zeroupper();
   scale_u16_sse2(data + 2 * i, count - i, factor);
 }
 
@@ -474,6 +501,10 @@ template <Clamp C>
 
 [[gnu::target("avx2")]] void scale_u16_avx2(uint8_t* data, size_t count, double factor) noexcept {
   if (!(factor >= 0.0)) return;
+  if (count < 16) {
+    scale_u16_scalar(data, count, factor);
+    return;
+  }
   if (float_products_exact(factor)) {
     if (factor <= 1.0) scale_u16_float_avx2<Clamp::None>(data, count, factor);
     else scale_u16_float_avx2<Clamp::Top>(data, count, factor);
