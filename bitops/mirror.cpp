@@ -65,8 +65,12 @@ void mirror_bits_in_bytes_sse2(uint8_t* p, size_t n) noexcept {
     store(p + i, ssse3::mirror_in_bytes(a));
     store(p + i + 16, ssse3::mirror_in_bytes(b));
   }
-  // remainder: under 32 bytes
-  mirror_bits_in_bytes_sse2(p + i, n - i);
+  // remainder: a chunk, then by the table
+  if (i + 16 <= n) {
+    store(p + i, ssse3::mirror_in_bytes(load(p + i)));
+    i += 16;
+  }
+  mirror_bits_in_bytes_scalar(p + i, n - i);
 }
 
 [[gnu::target("avx2")]] void mirror_bits_in_bytes_avx2(uint8_t* p, size_t n) noexcept {
@@ -82,8 +86,10 @@ void mirror_bits_in_bytes_sse2(uint8_t* p, size_t n) noexcept {
     avx2::store(p + i + 64, avx2::mirror_in_bytes(c, low_table, high_table));
     avx2::store(p + i + 96, avx2::mirror_in_bytes(d, low_table, high_table));
   }
-  // remainder: under 128 bytes
-  mirror_bits_in_bytes_ssse3(p + i, n - i);
+  // remainder: 16-byte chunks, then by the table
+  for (; i + 16 <= n; i += 16) store(p + i, ssse3::mirror_in_bytes(load(p + i)));
+  _mm256_zeroupper();
+  mirror_bits_in_bytes_scalar(p + i, n - i);
 }
 
 constinit KernelFamily<MirrorBitsInBytesTable, 4> mirror_bits_in_bytes_kernels{{{
@@ -217,6 +223,7 @@ void shift_towards_start(uint8_t* p, size_t n, unsigned s) {
     hi -= 32;
   }
   // remainder: the middle, under 64 bytes
+  _mm256_zeroupper();  // the narrower levels run legacy SSE code
   reverse_bits(p + lo, hi - lo);
 }
 
@@ -230,6 +237,7 @@ void shift_towards_start(uint8_t* p, size_t n, unsigned s) {
     avx2::store(p + i, _mm256_or_si256(avx2::shift_bytes_right(here, s), avx2::shift_bytes_left(before, 8 - s)));
   }
   // remainder: the first bytes, whose neighbours after them are still as they were
+  _mm256_zeroupper();  // the narrower levels run legacy SSE code
   shift_towards_end(p, i, s);
 }
 
@@ -242,6 +250,7 @@ void shift_towards_start(uint8_t* p, size_t n, unsigned s) {
     avx2::store(p + i, _mm256_or_si256(avx2::shift_bytes_left(here, s), avx2::shift_bytes_right(after, 8 - s)));
   }
   // remainder: the last bytes
+  _mm256_zeroupper();  // the narrower levels run legacy SSE code
   shift_towards_start(p + i, n - i, s);
 }
 

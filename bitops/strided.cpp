@@ -30,7 +30,9 @@ using namespace sse2;
 // -- runs of bytes ------------------------------------------------------------------
 
 namespace {
-void copy_runs_bytewise(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t first, size_t end) {
+// Kept out of line: inlined into the wider levels, the compiler vectorises
+// the byte loop, which costs more than it saves on runs of a few bytes.
+[[gnu::noinline]] void copy_runs_bytewise(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t first, size_t end) {
   for (size_t k = first; k < end; ++k) {
     const uint8_t* from = src + static_cast<ptrdiff_t>(k) * step;
     uint8_t* to = dst + k * run_bytes;
@@ -111,7 +113,7 @@ struct ShuffleGather {
 
 ShuffleGather plan_shuffle_gather(size_t run_bytes, ptrdiff_t step, size_t runs, size_t lanes, size_t store_end) {
   ShuffleGather plan;
-  if (run_bytes == 0 || run_bytes >= 16 || step == 0) return plan;
+  if (run_bytes == 0 || run_bytes >= 16 || step == 0 || runs < 4) return plan;
   auto r = static_cast<int64_t>(run_bytes);
   int64_t b = step > 0 ? step : -step;
   int64_t per = std::min<int64_t>((16 - r) / b + 1, 16 / r);
@@ -142,6 +144,10 @@ ShuffleGather plan_shuffle_gather(size_t run_bytes, ptrdiff_t step, size_t runs,
 
 [[gnu::target("ssse3")]] void copy_nth_bytes_ssse3(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step,
                                                    size_t runs) noexcept {
+  if (runs * run_bytes < 64) {  // too few bytes to pay for a plan
+    copy_nth_bytes_scalar(dst, src, run_bytes, step, runs);
+    return;
+  }
   ShuffleGather plan = plan_shuffle_gather(run_bytes, step, runs, 1, 16);
   if (plan.per == 0 || plan.last < static_cast<int64_t>(plan.first)) {
     copy_nth_bytes_sse2(dst, src, run_bytes, step, runs);
@@ -168,14 +174,24 @@ ShuffleGather plan_shuffle_gather(size_t run_bytes, ptrdiff_t step, size_t runs,
   // Two windows a pass, one per lane. When a window's output is whole 32-bit
   // words the two outputs are packed into one 32-byte store, else each lane
   // is stored on its own.
+  if (runs * run_bytes < 64) {  // too few bytes to pay for a plan
+    copy_nth_bytes_scalar(dst, src, run_bytes, step, runs);
+    return;
+  }
   ShuffleGather plan = plan_shuffle_gather(run_bytes, step, runs, 2, 32);
   size_t out = plan.per * run_bytes;
   bool packed = out % 4 == 0;
   if (!packed) plan = plan_shuffle_gather(run_bytes, step, runs, 2, out + 16);
-  if (plan.per == 0 || plan.last < static_cast<int64_t>(plan.first)) {
+  if (plan.per == 0) {  // no window holds two runs
+    copy_nth_bytes_sse2(dst, src, run_bytes, step, runs);
+    return;
+  }
+  if (plan.last < static_cast<int64_t>(plan.first)) {  // too few runs for two windows
     copy_nth_bytes_ssse3(dst, src, run_bytes, step, runs);
     return;
   }
+  // head: runs too near the source's top for a window
+  copy_nth_bytes_sse2(dst, src, run_bytes, step, plan.first);
   const __m256i order = avx2::both_lanes(load(plan.order));
   // dwords 0..q-1 of the low lane, then 0..q-1 of the high lane
   int32_t index[8] = {};
@@ -184,8 +200,6 @@ ShuffleGather plan_shuffle_gather(size_t run_bytes, ptrdiff_t step, size_t runs,
     index[q + i] = 4 + i;
   }
   const __m256i pack_words = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(index));
-  // head: runs too near the source's top for a window
-  copy_nth_bytes_ssse3(dst, src, run_bytes, step, plan.first);
   // main loop: two windows of runs per pass
   size_t k = plan.first;
   const uint8_t* from = src + static_cast<ptrdiff_t>(k) * step + plan.window;
@@ -202,7 +216,8 @@ ShuffleGather plan_shuffle_gather(size_t run_bytes, ptrdiff_t step, size_t runs,
     }
   }
   // remainder: runs too near either end for two windows or the stores
-  copy_nth_bytes_ssse3(to, src + static_cast<ptrdiff_t>(k) * step, run_bytes, step, runs - k);
+  _mm256_zeroupper();  // the narrower levels run legacy SSE code
+  copy_nth_bytes_sse2(to, src + static_cast<ptrdiff_t>(k) * step, run_bytes, step, runs - k);
 }
 
 constinit KernelFamily<CopyNthBytesTable, 4> copy_nth_bytes_kernels{{{
@@ -422,7 +437,7 @@ LaneGather plan_lane_gather(size_t dst_bit, size_t src_bit, size_t run_bits, siz
                             size_t windows, size_t group_store) {
   LaneGather plan;
   size_t period = run_bits + gap;
-  if (dst_bit % 8 != 0 || src_bit >= 8 || run_bits == 0 || total == 0 || period > 64) return plan;
+  if (dst_bit % 8 != 0 || src_bit >= 8 || run_bits == 0 || period > 64 || total < 8 * period) return plan;
   if ((src_bit | run_bits | gap) % 8 == 0) return plan;  // a byte gather does it
   unsigned k = 0;
   for (unsigned c = 1; c <= 16 && src_bit + (c - 1) * period + run_bits <= 64; ++c) {
@@ -547,6 +562,7 @@ template <unsigned Steps>
       store(dst + window_out, _mm256_extracti128_si256(gathered, 1));
     }
   }
+  _mm256_zeroupper();  // the narrower levels run legacy SSE code
   return dst;
 }
 }  // namespace
@@ -554,6 +570,10 @@ template <unsigned Steps>
 
 [[gnu::target("ssse3")]] void copy_nth_bits_ssse3(uint8_t* dst, size_t dst_bit, const uint8_t* src, size_t src_bit,
                                                   size_t run_bits, size_t gap, uint64_t total) noexcept {
+  if (total < 512) {  // too few bits to pay for a plan
+    copy_nth_bits_words(dst, dst_bit, src, src_bit, run_bits, gap, total);
+    return;
+  }
   dst += dst_bit / 8;
   dst_bit %= 8;
   src += src_bit / 8;
@@ -579,13 +599,18 @@ template <unsigned Steps>
 
 [[gnu::target("avx2")]] void copy_nth_bits_avx2(uint8_t* dst, size_t dst_bit, const uint8_t* src, size_t src_bit,
                                                 size_t run_bits, size_t gap, uint64_t total) noexcept {
+  if (total < 512) {  // too few bits to pay for a plan
+    copy_nth_bits_words(dst, dst_bit, src, src_bit, run_bits, gap, total);
+    return;
+  }
   dst += dst_bit / 8;
   dst_bit %= 8;
   src += src_bit / 8;
   src_bit %= 8;
-  LaneGather probe = plan_lane_gather(dst_bit, src_bit, run_bits, gap, total, 2, 32);
-  bool packed = 2 * probe.out % 4 == 0;
-  LaneGather plan = packed ? probe : plan_lane_gather(dst_bit, src_bit, run_bits, gap, total, 2, 2 * probe.out + 16);
+  LaneGather plan = plan_lane_gather(dst_bit, src_bit, run_bits, gap, total, 2, 32);
+  if (plan.per != 0 && 2 * plan.out % 4 != 0) {  // two stores a pass
+    plan = plan_lane_gather(dst_bit, src_bit, run_bits, gap, total, 2, 2 * plan.out + 16);
+  }
   if (plan.groups > 0) {
     // main loop: whole pairs of windows of runs
     uint8_t* end = dst;
@@ -691,6 +716,10 @@ __m128i pick_words(__m128i set, const __m128i (&high)[4], const __m128i (&low)[4
 void expand_bits_sse2(uint8_t* dst, const uint8_t* src, size_t n, int32_t low, int32_t high) noexcept {
   const __m128i bit_of_byte = _mm_setr_epi8(static_cast<char>(0x80), 0x40, 0x20, 0x10, 8, 4, 2, 1,
                                             static_cast<char>(0x80), 0x40, 0x20, 0x10, 8, 4, 2, 1);
+  if (n < 4) {  // no group of four
+    expand_bits_scalar(dst, src, n, low, high);
+    return;
+  }
   const bool bytes_only = low >= 0 && low <= 255 && high >= 0 && high <= 255;
   const __m128i high_bytes = bytes_of(static_cast<unsigned>(high));
   const __m128i low_bytes = bytes_of(static_cast<unsigned>(low));
@@ -753,6 +782,10 @@ namespace {
   const __m256i spread = _mm256_setr_epi8(0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 1, 1, 1, 1,  //
                                           2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3);
   const __m256i bit_of_byte = _mm256_set1_epi64x(0x0102040810204080);
+  if (n < 8) {  // no group of eight
+    expand_bits_sse2(dst, src, n, low, high);
+    return;
+  }
   const bool bytes_only = low >= 0 && low <= 255 && high >= 0 && high <= 255;
   const __m256i high_bytes = _mm256_set1_epi8(static_cast<char>(high));
   const __m256i low_bytes = _mm256_set1_epi8(static_cast<char>(low));
@@ -779,6 +812,7 @@ namespace {
     }
   }
   // remainder: up to seven source bytes
+  _mm256_zeroupper();  // the narrower levels run legacy SSE code
   expand_bits_sse2(dst + 8 * i, src + i, n - i, low, high);
 }
 

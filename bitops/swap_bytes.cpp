@@ -66,8 +66,16 @@ void reverse_bytes_sse2(uint8_t* p, size_t n) noexcept {
     lo += 32;
     hi -= 32;
   }
-  // remainder: the middle, under 64 bytes
-  reverse_bytes_sse2(p + lo, hi - lo);
+  // remainder: the middle, a chunk from each end while 32 bytes are left
+  while (hi - lo >= 32) {
+    __m128i front = load(p + lo);
+    __m128i back = load(p + hi - 16);
+    store(p + lo, ssse3::shuffle(back, reversed));
+    store(p + hi - 16, ssse3::shuffle(front, reversed));
+    lo += 16;
+    hi -= 16;
+  }
+  reverse_bytes_scalar(p + lo, hi - lo);
 }
 
 [[gnu::target("avx2")]] void reverse_bytes_avx2(uint8_t* p, size_t n) noexcept {
@@ -85,8 +93,18 @@ void reverse_bytes_sse2(uint8_t* p, size_t n) noexcept {
     lo += 64;
     hi -= 64;
   }
-  // remainder: the middle, under 128 bytes
-  reverse_bytes_ssse3(p + lo, hi - lo);
+  // remainder: the middle, a chunk from each end while 32 bytes are left
+  const __m128i reversed16 = ssse3::reversed_order();
+  while (hi - lo >= 32) {
+    __m128i front = load(p + lo);
+    __m128i back = load(p + hi - 16);
+    store(p + lo, ssse3::shuffle(back, reversed16));
+    store(p + hi - 16, ssse3::shuffle(front, reversed16));
+    lo += 16;
+    hi -= 16;
+  }
+  _mm256_zeroupper();
+  reverse_bytes_scalar(p + lo, hi - lo);
 }
 
 constinit KernelFamily<ReverseBytesTable, 4> reverse_bytes_kernels{{{
@@ -98,10 +116,10 @@ constinit KernelFamily<ReverseBytesTable, 4> reverse_bytes_kernels{{{
 
 // -- words of 16 and 32 bits by shuffles ------------------------------------------
 namespace {
-// Words of either size by one byte shuffle: four vectors per pass, then the
-// narrower level.
+// Words of either size by one byte shuffle: four vectors per pass, then one,
+// then the scalar twin.
 [[gnu::target("ssse3")]] void swap_words_ssse3(uint8_t* p, size_t n, __m128i order,
-                                               void (*narrower)(uint8_t*, size_t) noexcept) {
+                                               void (*scalar)(uint8_t*, size_t) noexcept) {
   size_t i = 0;
   // main loop: four chunks per pass
   for (; i + 64 <= n; i += 64) {
@@ -111,12 +129,13 @@ namespace {
     store(p + i + 32, ssse3::shuffle(c, order));
     store(p + i + 48, ssse3::shuffle(d, order));
   }
-  // remainder: under 64 bytes
-  narrower(p + i, n - i);
+  // remainder: chunks, then under 16 bytes
+  for (; i + 16 <= n; i += 16) store(p + i, ssse3::shuffle(load(p + i), order));
+  scalar(p + i, n - i);
 }
 
 [[gnu::target("avx2")]] void swap_words_avx2(uint8_t* p, size_t n, __m128i lane_order,
-                                             void (*narrower)(uint8_t*, size_t) noexcept) {
+                                             void (*scalar)(uint8_t*, size_t) noexcept) {
   const __m256i order = avx2::both_lanes(lane_order);
   size_t i = 0;
   // main loop: four 32-byte chunks per pass
@@ -128,8 +147,10 @@ namespace {
     avx2::store(p + i + 64, avx2::shuffle_in_lanes(c, order));
     avx2::store(p + i + 96, avx2::shuffle_in_lanes(d, order));
   }
-  // remainder: under 128 bytes
-  narrower(p + i, n - i);
+  // remainder: 16-byte chunks, then under 16 bytes
+  for (; i + 16 <= n; i += 16) store(p + i, ssse3::shuffle(load(p + i), lane_order));
+  _mm256_zeroupper();
+  scalar(p + i, n - i);
 }
 }  // namespace
 
@@ -161,11 +182,11 @@ void swap_bytes16_sse2(uint8_t* p, size_t n) noexcept {
 }
 
 [[gnu::target("ssse3")]] void swap_bytes16_ssse3(uint8_t* p, size_t n) noexcept {
-  swap_words_ssse3(p, n, ssse3::swap16_order(), swap_bytes16_sse2);
+  swap_words_ssse3(p, n, ssse3::swap16_order(), swap_bytes16_scalar);
 }
 
 [[gnu::target("avx2")]] void swap_bytes16_avx2(uint8_t* p, size_t n) noexcept {
-  swap_words_avx2(p, n, ssse3::swap16_order(), swap_bytes16_ssse3);
+  swap_words_avx2(p, n, ssse3::swap16_order(), swap_bytes16_scalar);
 }
 
 constinit KernelFamily<SwapBytes16Table, 4> swap_bytes16_kernels{{{
@@ -209,11 +230,11 @@ void swap_bytes32_sse2(uint8_t* p, size_t n) noexcept {
 }
 
 [[gnu::target("ssse3")]] void swap_bytes32_ssse3(uint8_t* p, size_t n) noexcept {
-  swap_words_ssse3(p, n, ssse3::swap32_order(), swap_bytes32_sse2);
+  swap_words_ssse3(p, n, ssse3::swap32_order(), swap_bytes32_scalar);
 }
 
 [[gnu::target("avx2")]] void swap_bytes32_avx2(uint8_t* p, size_t n) noexcept {
-  swap_words_avx2(p, n, ssse3::swap32_order(), swap_bytes32_ssse3);
+  swap_words_avx2(p, n, ssse3::swap32_order(), swap_bytes32_scalar);
 }
 
 constinit KernelFamily<SwapBytes32Table, 4> swap_bytes32_kernels{{{
