@@ -626,6 +626,7 @@ template <unsigned Steps>
     total -= uint64_t{plan.groups} * 4 * plan.per * run_bits;
   }
   // remainder: the runs after the last pair of windows, or all of them
+  _mm256_zeroupper();  // the remainder may call memmove, legacy SSE code
   copy_nth_bits_in_words<copy_nth_bytes_avx2>(dst, dst_bit, src, src_bit, run_bits, gap, total);
 }
 
@@ -783,6 +784,7 @@ namespace {
                                           2, 2, 2, 2, 2, 2, 2, 2, 3, 3, 3, 3, 3, 3, 3, 3);
   const __m256i bit_of_byte = _mm256_set1_epi64x(0x0102040810204080);
   if (n < 8) {  // no group of eight
+    _mm256_zeroupper();  // the constants above may already sit in ymm registers
     expand_bits_sse2(dst, src, n, low, high);
     return;
   }

@@ -1,0 +1,54 @@
+// Ordinary calls of every function the plug-in registers, by name, for the
+// suites that sweep them all: every method on nil, empty and guarded blocks,
+// hosts that lack a service, failed allocations, and many threads at once.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "host/loaded_plugin.h"
+#include "host/sim_host.h"
+
+// What a call gave back, as a number: handles are adopted, released and
+// counted as 1, so that "neutral" reads as 0, -1 or -2 for every method.
+struct Caller {
+  SimHost& host;
+  const LoadedPlugin& plugin;
+  REALmemoryBlock other;
+  REALstring text;
+  REALfolderItem folder;
+  uint8_t* raw;       // 64 guarded bytes
+  uint8_t* handle;    // a master pointer to `raw`
+
+  int64_t handed(const void* result);
+};
+
+// A caller with its own 64-byte block, a string, a folder item and 64 guarded
+// raw bytes with a master pointer to them, all owned by the host.
+Caller make_caller(SimHost& host, const LoadedPlugin& plugin);
+
+// A call of one extension method on the block given (nil, empty or not),
+// keyed by its declaration.
+using Call = std::function<int64_t(Caller&, REALmemoryBlock)>;
+const std::map<std::string, Call>& extension_calls();
+
+// The rest of the registration: the MemoryBlockVEK class's members (one row
+// runs an instance through Create, Resize, its properties and Close), the
+// BytesVEK property and the two globals. Each gives a positive number when it
+// worked; a member the host did not take (BytesVEK on a host of modules)
+// gives -1.
+using OtherCall = std::function<int64_t(Caller&)>;
+const std::map<std::string, OtherCall>& other_calls();
+
+// The exceptions a method of this plug-in may raise.
+extern const std::set<std::pair<std::string, std::string>> kOwnExceptions;
+
+// Methods that read a size of 0 as not known (a block over a raw address) and
+// trust the caller's range there: an ordinary call on an empty block would
+// reach past it, so callers give them a block over 128 raw bytes instead
+// (room for a 70-byte FSSpec record).
+extern const std::set<std::string> kTrustSizeZero;
