@@ -1,6 +1,7 @@
 // What REALPluginMain registers on every row of host versions, read back from
 // the simulated host's registry word by word.
 #include <algorithm>
+#include <iostream>
 
 #include "host/alloc_faults.h"
 
@@ -348,6 +349,7 @@ TEST(RegistrationOutOfMemory, EveryAllocationPoint) {
       ++points;
     }
     EXPECT_EQ(points > 0, path.allocates) << points << " allocation points";
+    std::cout << "[ points   ] REALPluginMain, " << path.name << ": " << points << "\n";
   }
 }
 
