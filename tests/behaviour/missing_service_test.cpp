@@ -188,7 +188,7 @@ Outcome run_extension(Loaded& l, const std::string& declaration, const Call& cal
     std::memcpy(storage, initial.data(), initial.size());
     block = host.ptrBlock(storage);
   } else {
-    block = host.newBlock(initial);
+    block = initial.empty() ? host.newBlock(size_t{0}) : host.newBlock(initial);
     storage = host.bytes(block).data();
   }
   Outcome o;
