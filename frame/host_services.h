@@ -97,9 +97,14 @@ inline REALmemoryBlock REALPtrToMemoryBlock(void* address) {
 
 // -- references -------------------------------------------------------------
 
-inline void REALLockObject(REALobject object) {
+// True when the reference was taken. A host without the service takes none,
+// and the caller then has none to give back.
+inline bool REALLockObject(REALobject object) {
   static std::atomic<void (*)(REALobject)> cell;
-  if (auto fn = resolve(cell, "REALLockObject")) fn(object);
+  auto fn = resolve(cell, "REALLockObject");
+  if (fn == nullptr) return false;
+  fn(object);
+  return true;
 }
 
 inline void REALUnlockObject(REALobject object) {
@@ -107,9 +112,13 @@ inline void REALUnlockObject(REALobject object) {
   if (auto fn = resolve(cell, "REALUnlockObject")) fn(object);
 }
 
-inline void REALLockString(REALstring string) {
+// True when the reference was taken, as for REALLockObject.
+inline bool REALLockString(REALstring string) {
   static std::atomic<void (*)(REALstring)> cell;
-  if (auto fn = resolve(cell, "REALLockString")) fn(string);
+  auto fn = resolve(cell, "REALLockString");
+  if (fn == nullptr) return false;
+  fn(string);
+  return true;
 }
 
 inline void REALUnlockString(REALstring string) {

@@ -19,8 +19,7 @@ const uint8_t* host_string_record_text(REALstring string, int32_t* length) {
 
 rbBytes::rbBytes(REALmemoryBlock block) {
   if (block == nullptr) return;
-  held_object_ = as_object(block);
-  REALLockObject(held_object_);
+  if (REALLockObject(as_object(block))) held_object_ = as_object(block);  // only a reference taken is given back
   int32_t size = REALMemoryBlockGetSize(block);
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data != nullptr) {
@@ -34,11 +33,9 @@ rbBytes::rbBytes(REALstring string) {
   if (host_from(kHost2016)) {
     const uint8_t* data = REALGetStringContents(string, &size_);
     data_ = const_cast<uint8_t*>(data);
-    REALLockString(string);
-    held_string_ = string;
+    if (REALLockString(string)) held_string_ = string;
   } else {
-    held_string_ = string;
-    REALLockString(string);
+    if (REALLockString(string)) held_string_ = string;
     data_ = const_cast<uint8_t*>(host_string_record_text(string, &size_));
   }
 }

@@ -17,16 +17,17 @@ rbText::rbText(REALstring string, Source source) : data_(kEmptyText) {
       direct_ = true;
       [[fallthrough]];
     case Source::Pinned:
-      if (string != nullptr) REALLockString(string);
+      owns_source_ = string != nullptr && REALLockString(string);
       break;
     case Source::Adopted:
+      owns_source_ = true;
       conversion_failed_ = string == nullptr;
       break;
   }
 }
 
 rbText::~rbText() {
-  if (source_ != nullptr) REALUnlockString(source_);
+  if (source_ != nullptr && owns_source_) REALUnlockString(source_);
   if (converted_ != nullptr) REALUnlockString(converted_);
   if (record_held_) REALDisposeStringData(&record_);
   std::free(owned_copy_);

@@ -32,6 +32,7 @@ class rbText {
   void keep_text_or_empty();
 
   REALstring source_ = nullptr;
+  bool owns_source_ = false;        // a reference of ours to give back: not when the host could not pin it
   REALstring converted_ = nullptr;  // from "REALConvertString" on old hosts
   int32_t length_ = -1;             // -1: not converted yet
   const uint8_t* data_;             // always zero-terminated text

@@ -379,6 +379,7 @@ struct SimHost::Services {
 
   static REALmemoryBlock newMemoryBlock(int32_t size) {
     SimHost& h = host();
+    ++h.newBlockCalls_;
     if (h.newBlockFailure_ != NewBlockFailure::None) {
       if (h.newBlockSuccessesLeft_ > 0) {
         --h.newBlockSuccessesLeft_;
@@ -847,6 +848,12 @@ void SimHost::failNewMemoryBlock(NewBlockFailure mode, int afterSuccesses) {
 int SimHost::lookups(std::string_view name) const {
   const auto found = lookups_.find(name);
   return found != lookups_.end() ? found->second : 0;
+}
+
+std::vector<std::string> SimHost::lookedUp() const {
+  std::vector<std::string> names;
+  for (const auto& [name, count] : lookups_) names.push_back(name);
+  return names;
 }
 
 void SimHost::resetLookupCounts() { lookups_.clear(); }

@@ -132,9 +132,13 @@ class SimHost {
   // The first `afterSuccesses` calls of "newMemoryBlock" from now succeed;
   // every later one fails in `mode` until this is called with None.
   void failNewMemoryBlock(NewBlockFailure mode, int afterSuccesses = 0);
+  // Calls of "newMemoryBlock" so far, failed ones included.
+  int newMemoryBlockCalls() const { return newBlockCalls_; }
   // Lookups through the resolver per name; framework methods loaded through
   // "REALLoadGlobalMethod" count under their declaration.
   int lookups(std::string_view name) const;
+  // Every name asked for since the last reset, missing ones included.
+  std::vector<std::string> lookedUp() const;
   void resetLookupCounts();
 
   // -- objects the test owns (one reference each, the test's) ----------------
@@ -223,6 +227,7 @@ class SimHost {
   std::map<std::string, int, std::less<>> lookups_;
   NewBlockFailure newBlockFailure_ = NewBlockFailure::None;
   int newBlockSuccessesLeft_ = 0;
+  int newBlockCalls_ = 0;
   std::vector<GuardedStorage> rawBuffers_;
 
   static SimHost* current_;

@@ -92,6 +92,8 @@ REALmemoryBlock GetMemory(REALobject object, int32_t) {
   if (object == nullptr) return nullptr;
   REALmemoryBlock memory = fields_of(object)->memory;
   if (memory == nullptr) return nullptr;
-  REALLockObject(as_object(memory));  // the receiver's own reference
+  // The receiver's own reference; a host that cannot add one gets nil rather
+  // than a block it would release once too often.
+  if (!REALLockObject(as_object(memory))) return nullptr;
   return memory;
 }
