@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -337,6 +338,21 @@ struct SimHost::Services {
     return *current_;
   }
 
+  // What the resolver hands out: the service, run holding the host's lock.
+  template <auto service, class Result, class... Args>
+  static Result underLock(Args... args) {
+    const std::lock_guard guard(host().mutex_);
+    return service(args...);
+  }
+  template <auto service, class Result, class... Args>
+  static void* lockedEntry(Result (*)(Args...)) {
+    return entryPoint(&underLock<service, Result, Args...>);
+  }
+  template <auto service>
+  static void* locked() {
+    return lockedEntry<service>(service);
+  }
+
   static double getRBVersion() { return host().config_.version.value_or(0.0); }
 
   static void registerPluginVersion(int32_t version) { host().registry_.pluginVersion = version; }
@@ -514,7 +530,7 @@ struct SimHost::Services {
     if (declaration == nullptr) return nullptr;
     ++h.lookups_[declaration];
     if (h.config_.missing.contains(declaration)) return nullptr;
-    return className == nullptr && declaration == kLenBDeclaration ? entryPoint(&lenB) : nullptr;
+    return className == nullptr && declaration == kLenBDeclaration ? locked<&lenB>() : nullptr;
   }
 
   static REALobject newInstance(const char* className) {
@@ -585,36 +601,36 @@ struct SimHost::Services {
 
   static void* entry(std::string_view name) {
     static const std::pair<std::string_view, void*> kServices[] = {
-        {"REALGetRBVersion", entryPoint(&getRBVersion)},
-        {"RegisterPluginVersion", entryPoint(&registerPluginVersion)},
-        {"PluginRegisterClass", entryPoint(&registerClass)},
-        {"PluginRegisterClassExtension", entryPoint(&registerClassExtension)},
-        {"PluginRegisterModule", entryPoint(&registerModule)},
-        {"PluginRegisterMethod", entryPoint(&registerMethod)},
-        {"newMemoryBlock", entryPoint(&newMemoryBlock)},
-        {"memoryBlockGetPtr", entryPoint(&memoryBlockGetPtr)},
-        {"memoryBlockGetSize", entryPoint(&memoryBlockGetSize)},
-        {"PtrToMemoryBlock", entryPoint(&ptrToMemoryBlock)},
-        {"REALLockObject", entryPoint(&lockObject)},
-        {"REALUnlockObject", entryPoint(&unlockObject)},
-        {"REALLockString", entryPoint(&lockString)},
-        {"REALUnlockString", entryPoint(&unlockString)},
-        {"REALBuildString", entryPoint(&buildString)},
-        {"REALBuildStringWithEncoding", entryPoint(&buildStringWithEncoding)},
-        {"REALSetStringEncoding", entryPoint(&setStringEncoding)},
-        {"REALConvertString", entryPoint(&convertString)},
-        {"REALGetStringEncoding", entryPoint(&getStringEncoding)},
-        {"PluginGetStringData", entryPoint(&getStringData)},
-        {"PluginDisposeStringData", entryPoint(&disposeStringData)},
-        {"StringGetCString", entryPoint(&stringGetCString)},
-        {"REALLoadGlobalMethod", entryPoint(&loadGlobalMethod)},
-        {"PluginNewInstance", entryPoint(&newInstance)},
-        {"REALSetPropValueString", entryPoint(&setPropValueString)},
-        {"REALSetPropValueInteger", entryPoint(&setPropValueInteger)},
-        {"REALSetPropValueInt", entryPoint(&setPropValueInteger)},  // the older name of the same service
-        {"RuntimeRaiseException", entryPoint(&raiseException)},
-        {"FolderItemFromFSSpec", entryPoint(&folderItemFromFSSpec)},
-        {"REALFSSpecFromFolderItem", entryPoint(&fsSpecFromFolderItem)},
+        {"REALGetRBVersion", locked<&getRBVersion>()},
+        {"RegisterPluginVersion", locked<&registerPluginVersion>()},
+        {"PluginRegisterClass", locked<&registerClass>()},
+        {"PluginRegisterClassExtension", locked<&registerClassExtension>()},
+        {"PluginRegisterModule", locked<&registerModule>()},
+        {"PluginRegisterMethod", locked<&registerMethod>()},
+        {"newMemoryBlock", locked<&newMemoryBlock>()},
+        {"memoryBlockGetPtr", locked<&memoryBlockGetPtr>()},
+        {"memoryBlockGetSize", locked<&memoryBlockGetSize>()},
+        {"PtrToMemoryBlock", locked<&ptrToMemoryBlock>()},
+        {"REALLockObject", locked<&lockObject>()},
+        {"REALUnlockObject", locked<&unlockObject>()},
+        {"REALLockString", locked<&lockString>()},
+        {"REALUnlockString", locked<&unlockString>()},
+        {"REALBuildString", locked<&buildString>()},
+        {"REALBuildStringWithEncoding", locked<&buildStringWithEncoding>()},
+        {"REALSetStringEncoding", locked<&setStringEncoding>()},
+        {"REALConvertString", locked<&convertString>()},
+        {"REALGetStringEncoding", locked<&getStringEncoding>()},
+        {"PluginGetStringData", locked<&getStringData>()},
+        {"PluginDisposeStringData", locked<&disposeStringData>()},
+        {"StringGetCString", locked<&stringGetCString>()},
+        {"REALLoadGlobalMethod", locked<&loadGlobalMethod>()},
+        {"PluginNewInstance", locked<&newInstance>()},
+        {"REALSetPropValueString", locked<&setPropValueString>()},
+        {"REALSetPropValueInteger", locked<&setPropValueInteger>()},
+        {"REALSetPropValueInt", locked<&setPropValueInteger>()},  // the older name of the same service
+        {"RuntimeRaiseException", locked<&raiseException>()},
+        {"FolderItemFromFSSpec", locked<&folderItemFromFSSpec>()},
+        {"REALFSSpecFromFolderItem", locked<&fsSpecFromFolderItem>()},
     };
     for (const auto& [serviceName, function] : kServices) {
       if (serviceName == name) return function;
@@ -626,6 +642,7 @@ struct SimHost::Services {
 void* SimHost::resolver(const char* name) {
   if (current_ == nullptr || name == nullptr) return nullptr;
   SimHost& host = *current_;
+  const std::lock_guard guard(host.mutex_);
   ++host.lookups_[name];
   if (host.config_.missing.contains(name)) return nullptr;
   if (!host.config_.version && std::string_view(name) == "REALGetRBVersion") return nullptr;
@@ -766,6 +783,7 @@ void SimHost::destroy(Object& object) {
 }
 
 void SimHost::adopt(const void* handle) {
+  const std::lock_guard guard(mutex_);
   if (handle == nullptr) return;
   Object* object = find(handle);
   if (object == nullptr || object->pluginHeld == 0) {
@@ -778,6 +796,7 @@ void SimHost::adopt(const void* handle) {
 }
 
 void SimHost::release(const void* handle) {
+  const std::lock_guard guard(mutex_);
   if (handle == nullptr) return;
   Object& object = get(handle, "release");
   if (object.references - object.pluginHeld - object.hostHeld <= 0) {
@@ -786,11 +805,18 @@ void SimHost::release(const void* handle) {
   dropReference(object);
 }
 
-int SimHost::references(const void* handle) const { return get(handle, "references").references; }
+int SimHost::references(const void* handle) const {
+  const std::lock_guard guard(mutex_);
+  return get(handle, "references").references;
+}
 
-int SimHost::pluginReferences(const void* handle) const { return get(handle, "pluginReferences").pluginHeld; }
+int SimHost::pluginReferences(const void* handle) const {
+  const std::lock_guard guard(mutex_);
+  return get(handle, "pluginReferences").pluginHeld;
+}
 
 LedgerReport SimHost::ledger() const {
+  const std::lock_guard guard(mutex_);
   LedgerReport report;
   for (const auto& [handle, object] : objects_) {
     if (object->pluginHeld == 0) continue;
@@ -817,6 +843,7 @@ std::string LedgerReport::text() const {
 }
 
 std::vector<Raised> SimHost::takeRaised() {
+  const std::lock_guard guard(mutex_);
   std::vector<Raised> taken = std::exchange(raised_, {});
   for (const void* handle : std::exchange(raisedObjects_, {})) hostRelease(handle);
   return taken;
@@ -825,6 +852,7 @@ std::vector<Raised> SimHost::takeRaised() {
 // -- configuration and test objects ---------------------------------------------
 
 void SimHost::setThrowing(const std::string& name, bool throwing) {
+  const std::lock_guard guard(mutex_);
   if (throwing) {
     config_.throwing.insert(name);
   } else {
@@ -833,6 +861,7 @@ void SimHost::setThrowing(const std::string& name, bool throwing) {
 }
 
 void SimHost::setMissing(const std::string& name, bool missing) {
+  const std::lock_guard guard(mutex_);
   if (missing) {
     config_.missing.insert(name);
   } else {
@@ -841,31 +870,39 @@ void SimHost::setMissing(const std::string& name, bool missing) {
 }
 
 void SimHost::failNewMemoryBlock(NewBlockFailure mode, int afterSuccesses) {
+  const std::lock_guard guard(mutex_);
   newBlockFailure_ = mode;
   newBlockSuccessesLeft_ = afterSuccesses;
 }
 
 int SimHost::lookups(std::string_view name) const {
+  const std::lock_guard guard(mutex_);
   const auto found = lookups_.find(name);
   return found != lookups_.end() ? found->second : 0;
 }
 
 std::vector<std::string> SimHost::lookedUp() const {
+  const std::lock_guard guard(mutex_);
   std::vector<std::string> names;
   for (const auto& [name, count] : lookups_) names.push_back(name);
   return names;
 }
 
-void SimHost::resetLookupCounts() { lookups_.clear(); }
+void SimHost::resetLookupCounts() {
+  const std::lock_guard guard(mutex_);
+  lookups_.clear();
+}
 
 REALmemoryBlock SimHost::newBlock(std::span<const uint8_t> bytes) {
+  const std::lock_guard guard(mutex_);
   Object* object = makeBlock(bytes.size(), Owner::Test);
   if (object == nullptr) throw std::bad_alloc();
-  std::memcpy(std::get<Object::Block>(object->state).data, bytes.data(), bytes.size());
+  if (!bytes.empty()) std::memcpy(std::get<Object::Block>(object->state).data, bytes.data(), bytes.size());
   return static_cast<REALmemoryBlock>(object->handle());
 }
 
 REALmemoryBlock SimHost::newBlock(size_t size, uint8_t fill) {
+  const std::lock_guard guard(mutex_);
   Object* object = makeBlock(size, Owner::Test);
   if (object == nullptr) throw std::bad_alloc();
   std::memset(std::get<Object::Block>(object->state).data, fill, size);
@@ -873,25 +910,30 @@ REALmemoryBlock SimHost::newBlock(size_t size, uint8_t fill) {
 }
 
 REALmemoryBlock SimHost::ptrBlock(void* address) {
+  const std::lock_guard guard(mutex_);
   return static_cast<REALmemoryBlock>(makePointerBlock(address, Owner::Test)->handle());
 }
 
 REALstring SimHost::newString(std::string_view bytes, uint32_t encoding) {
+  const std::lock_guard guard(mutex_);
   Object* object = makeString(bytes, encoding, Owner::Test);
   if (object == nullptr) throw std::length_error("newString: longer than a host string can be");
   return static_cast<REALstring>(object->handle());
 }
 
 REALfolderItem SimHost::newFolderItem(const std::array<uint8_t, 70>& spec) {
+  const std::lock_guard guard(mutex_);
   return static_cast<REALfolderItem>(makeFolderItem(spec.data(), Owner::Test).handle());
 }
 
 REALobject SimHost::newInstance(std::string_view className) {
+  const std::lock_guard guard(mutex_);
   Object* object = makeInstance(className, Owner::Test);
   return object != nullptr ? static_cast<REALobject>(object->handle()) : nullptr;
 }
 
 uint8_t* SimHost::rawBuffer(size_t size) {
+  const std::lock_guard guard(mutex_);
   std::optional<GuardedStorage> storage = GuardedStorage::map(size, config_.placement);
   if (!storage) throw std::bad_alloc();
   return rawBuffers_.emplace_back(std::move(*storage)).data();
@@ -911,31 +953,38 @@ State& expect(HostObject& object, const char* what) {
 }  // namespace
 
 std::span<uint8_t> SimHost::bytes(REALmemoryBlock block) const {
+  const std::lock_guard guard(mutex_);
   const auto& state = expect<Object::Block>(get(block, "bytes"), "bytes");
   return {state.data, static_cast<size_t>(state.size)};
 }
 
 int32_t SimHost::size(REALmemoryBlock block) const {
+  const std::lock_guard guard(mutex_);
   return expect<Object::Block>(get(block, "size"), "size").size;
 }
 
 std::string SimHost::text(REALstring string) const {
+  const std::lock_guard guard(mutex_);
   return std::string(expect<Object::String>(get(string, "text"), "text").text());
 }
 
 uint32_t SimHost::encoding(REALstring string) const {
+  const std::lock_guard guard(mutex_);
   return expect<Object::String>(get(string, "encoding"), "encoding").encoding;
 }
 
 std::array<uint8_t, 70> SimHost::spec(REALfolderItem item) const {
+  const std::lock_guard guard(mutex_);
   return expect<Object::FolderItem>(get(item, "spec"), "spec").spec;
 }
 
 void SimHost::overrideReportedSize(REALmemoryBlock block, int32_t size) {
+  const std::lock_guard guard(mutex_);
   expect<Object::Block>(get(block, "overrideReportedSize"), "overrideReportedSize").reportedSize = size;
 }
 
 void SimHost::overrideReportedData(REALmemoryBlock block, void* data) {
+  const std::lock_guard guard(mutex_);
   expect<Object::Block>(get(block, "overrideReportedData"), "overrideReportedData").reportedData = data;
 }
 

@@ -7,7 +7,13 @@
 // The resolver takes no context, so one host answers at a time: constructing a
 // SimHost makes it the current one, destroying it clears that. The plug-in
 // caches the services it resolves, so the services are plain functions that
-// always reach whichever host is current. Single-threaded, like the tests.
+// always reach whichever host is current.
+//
+// Every service and every public method holds the host's one lock while it
+// runs, so the plug-in may be called from several threads at once. The lock is
+// recursive: releasing an instance runs the plug-in's dispose, which calls
+// services again. registry() is read without it; it changes only while the
+// plug-in registers.
 #pragma once
 
 #include <array>
@@ -17,6 +23,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <span>
@@ -229,6 +236,8 @@ class SimHost {
   int newBlockSuccessesLeft_ = 0;
   int newBlockCalls_ = 0;
   std::vector<GuardedStorage> rawBuffers_;
+
+  mutable std::recursive_mutex mutex_;
 
   static SimHost* current_;
 };

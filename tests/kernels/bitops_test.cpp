@@ -16,6 +16,7 @@
 #include "bitops/strided.h"
 #include "bitops/swap_bytes.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/sweep.h"
 
 namespace vek {
 // Failure messages name the level.
@@ -80,7 +81,7 @@ void every_placement(Check check) {
   sizes.push_back(4096 + 37);
   sizes.push_back(65536 + 5);
   for (size_t n : sizes) {
-    for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
+    for (size_t misalignment : sweep_misalignments()) {
       for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
         SCOPED_TRACE(testing::Message() << "size " << n << ", misalignment " << misalignment << ", guard page "
                                         << (side == GuardSide::After ? "after" : "before"));

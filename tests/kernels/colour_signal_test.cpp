@@ -15,6 +15,7 @@
 #include "colour_signal/rgb12.h"
 #include "frame/cpu.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/sweep.h"
 
 namespace {
 using Bytes = std::vector<uint8_t>;
@@ -62,7 +63,7 @@ void against_twin(size_t element_bytes, const std::function<void(std::mt19937&, 
                                                                   : testing::AssertionFailure() << where;
     };
     GuardedBuffer after_guard(original.size() + 63, GuardSide::Before);
-    for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
+    for (size_t misalignment : sweep_misalignments()) {
       ASSERT_TRUE(check(after_guard.data() + misalignment, "after a guard page"))
           << "count " << count << ", misalignment " << misalignment;
     }

@@ -13,6 +13,7 @@
 #include "blockops/compare_search.h"
 #include "frame/dispatch.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/sweep.h"
 
 namespace {
 using vek::Level;
@@ -82,7 +83,7 @@ void for_every_range(uint8_t outside_a, uint8_t outside_b, Check check) {
   uint8_t* base_a = align64(storage_a.data()) + kAlignments;
   uint8_t* base_b = align64(storage_b.data()) + kAlignments;
   for (size_t size : every_size()) {
-    for (size_t misalignment = 0; misalignment < kAlignments; ++misalignment) {
+    for (size_t misalignment : sweep_misalignments()) {
       // the ranges and the padding around them, which is all a kernel could reach
       std::fill(base_a - kAlignments, base_a + 2 * kAlignments + size, outside_a);
       std::fill(base_b - kAlignments, base_b + 2 * kAlignments + size, outside_b);

@@ -11,6 +11,7 @@
 
 #include "blockops/size_fill_invert.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/sweep.h"
 
 namespace {
 using InvertLevel = vek::KernelLevel<vek::InvertBytesTable>;
@@ -56,7 +57,7 @@ TEST_P(InvertLevels, MatchesTwinAtEveryMisalignment) {
     std::vector<uint8_t> storage(size + 3 * kCanary + 64);
     // The first byte of `line` sits on a 64-byte boundary.
     size_t lead = (64 - reinterpret_cast<uintptr_t>(storage.data()) % 64) % 64;
-    for (size_t misalignment = 0; misalignment < 64; ++misalignment) {
+    for (size_t misalignment : sweep_misalignments()) {
       std::vector<uint8_t> original = random_bytes(storage.size(), random);
       std::vector<uint8_t> by_twin = original;
       std::memcpy(storage.data(), original.data(), storage.size());
@@ -84,7 +85,7 @@ TEST_P(InvertLevels, StaysInsideGuardedRuns) {
   };
   for (size_t size : sizes()) {
     check(size, GuardSide::After, 0);  // the start's misalignment follows from the size
-    for (size_t lead = 0; lead < 64; ++lead) check(size, GuardSide::Before, lead);
+    for (size_t lead : sweep_misalignments()) check(size, GuardSide::Before, lead);
     if (HasFatalFailure()) return;
   }
 }

@@ -18,6 +18,7 @@
 #include "numeric/minmax.h"
 #include "numeric/scaling.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/sweep.h"
 
 namespace {
 using Bytes = std::vector<uint8_t>;
@@ -119,7 +120,7 @@ void check_minmax_twins(const vek::MinMaxTable& table, Extreme extreme) {
   for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
     for (size_t size : test_sizes()) {
       Fenced dst(size, side), first(size, side), second(size, side);
-      for (size_t m = 0; m < kAlignments; ++m) {
+      for (size_t m : sweep_misalignments()) {
         uint8_t* d = dst.at(m);
         uint8_t* a = first.at((5 * m + 3) % kAlignments);
         uint8_t* b = second.at((11 * m + 7) % kAlignments);
@@ -247,7 +248,7 @@ void check_scale_twins(ScaleKernel kernel, ScaleKernel twin, size_t width) {
   for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
     for (size_t size : test_sizes()) {
       Fenced data(size, side);
-      for (size_t m = 0; m < kAlignments; ++m) {
+      for (size_t m : sweep_misalignments()) {
         ASSERT_NO_FATAL_FAILURE(check(data, m, kFactors[turn++ % std::size(kFactors)]));
       }
       for (double factor : kFactors) ASSERT_NO_FATAL_FAILURE(check(data, size % kAlignments, factor));
