@@ -569,7 +569,9 @@ Session& session_for(int version, Placement placement) {
   Session& s = sessions[version][placement == Placement::GuardBefore];
   if (s.host == nullptr) {
     s.host = std::make_unique<SimHost>(HostConfig{.version = kHosts[version], .placement = placement});
-    s.plugin = std::make_unique<LoadedPlugin>(VEK_PLUGIN_PATH);
+    // VEK_FUZZ_PLUGIN names another build of the plug-in to load.
+    const char* path = std::getenv("VEK_FUZZ_PLUGIN");
+    s.plugin = std::make_unique<LoadedPlugin>(path != nullptr ? path : VEK_PLUGIN_PATH);
     s.plugin->start(*s.host);
     for (const Entry& entry : entries()) s.functions.push_back(lookup(*s.host, *s.plugin, entry));
     s.object_size = reinterpret_cast<int64_t (*)(O, int32_t)>(
@@ -670,6 +672,7 @@ struct Region {
 
 // VEK_FUZZ_TRACE=1 in the environment prints every call and its values.
 const bool trace = std::getenv("VEK_FUZZ_TRACE") != nullptr;
+uint64_t calls_made = 0;  // reported when the process ends
 
 struct Run {
   Run(Session& session, Reader& input, Placement where) : s(session), in(input), placement(where) {}
@@ -888,14 +891,17 @@ struct Run {
                    fn == nullptr ? " (not registered on this host)" : "");
       for (int j = 0; j < count; ++j) {
         std::fprintf(stderr, "  value %d: %" PRId64 " / %g / %p%s, needs %" PRId64 "\n", j, v[j].i, v[j].d, v[j].p,
-                     raw[j] ? " (size 0)" : "", reach.need[j]);
+                     raw[j] ? " (raw)" : "", reach.need[j]);
       }
     }
     before.clear();
     for (const Region& region : regions) before.insert(before.end(), region.data, region.data + region.size);
 
     Outcome outcome;
-    if (fn != nullptr) outcome = entry.invoke(fn, entry.where == Where::Global ? v + 1 : v);
+    if (fn != nullptr) {
+      outcome = entry.invoke(fn, entry.where == Where::Global ? v + 1 : v);
+      ++calls_made;
+    }
 
     const std::vector<Raised> raised = s.host->takeRaised();
     if (raised.size() > 1) fail("call %d, %s: %zu exceptions raised", number, entry.name, raised.size());
@@ -942,6 +948,11 @@ struct Run {
 };
 
 }  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::atexit([] { std::fprintf(stderr, "call_sequence_fuzzer: %" PRIu64 " calls made\n", calls_made); });
+  return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Reader in(decode_input(data, size));
