@@ -340,12 +340,20 @@ void elementwise(Reach& r) {
   r.span(2, 0, bytes);
 }
 
+// CopyNthBytesVEK cuts the output at the destination's end first; only the
+// runs that still write anything are read, and the backward-walk refusal
+// looks at the last of those.
 void nth_bytes(Reach& r) {
   const int64_t from = r.i(2), to = r.i(3), count = r.i(4), step = r.i(5), steps = r.i(6);
-  if (steps <= 0 || count <= 0) return;
-  r.span(0, to, steps * count);
-  const int64_t last = from + (steps - 1) * step;
-  if (from >= 0 && last >= 0) r.span(1, 0, std::max(from, last) + count);
+  if (steps <= 0 || count <= 0 || from < 0 || to < 0) return;
+  int64_t out = steps * count;
+  if (!r.raw[0]) out = std::min(out, r.size[0] - to);
+  if (out <= 0) return;
+  r.span(0, to, out);
+  const int64_t runs = (out + count - 1) / count;
+  const int64_t last = from + (runs - 1) * step;
+  if (last < 0) return;
+  r.span(1, 0, std::max(from + std::min(count, out), last + out - (runs - 1) * count));
 }
 
 void nth_bits(Reach& r) {
