@@ -22,7 +22,11 @@
 // Raw addresses (Ptr arguments, handles, blocks over an address, which report
 // size 0 and are trusted with the caller's range) point only at buffers the
 // fuzzer maps for the call, exactly as large as the call may touch there; a
-// call that would need more than kMaxRaw bytes is not made.
+// call that would need more than kMaxRaw bytes is not made. A block whose
+// host reports a negative size is read as one of size 0, as the plug-in's
+// pinned view reads it: its range is trusted, and a call is only made when
+// that range lies inside the block's storage. Leaks of the plug-in's own
+// memory are left to LeakSanitizer at the end of the run.
 //
 // Input layout (a missing byte reads as 0):
 //   byte 0        bits 0-2: host version (kHosts), bit 3: guard page before
