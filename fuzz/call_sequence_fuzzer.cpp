@@ -357,7 +357,11 @@ void nth_bytes(Reach& r) {
   const int64_t runs = (out + count - 1) / count;
   const int64_t last = from + (runs - 1) * step;
   if (last < 0) return;
-  r.span(1, 0, std::max(from + std::min(count, out), last + out - (runs - 1) * count));
+  // Runs longer than the step overlap: the one before the last, whole, may
+  // reach further than the last, which may be cut.
+  int64_t end = std::max(from + std::min(count, out), last + out - (runs - 1) * count);
+  if (runs >= 2) end = std::max(end, from + (runs - 2) * step + count);
+  r.span(1, 0, end);
 }
 
 void nth_bits(Reach& r) {
