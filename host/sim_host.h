@@ -134,6 +134,9 @@ class SimHost {
   static void* resolver(const char* name);
 
   // -- configuration ---------------------------------------------------------
+  // Makes this host the one the services reach, for a process that keeps
+  // several hosts (one per loaded copy of the plug-in) alive at once.
+  void makeCurrent() { current_ = this; }
   void setMissing(const std::string& name, bool missing);
   void setThrowing(const std::string& name, bool throwing);
   // The first `afterSuccesses` calls of "newMemoryBlock" from now succeed;

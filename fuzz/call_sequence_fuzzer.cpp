@@ -1,0 +1,1001 @@
+// A host program that calls the plug-in with whatever the input says: every
+// registered extension method (the two setters included), the MemoryBlockVEK
+// class's members and property getters, BytesVEK and both globals, in any
+// order, with any argument values, on blocks whose storage ends at (or starts
+// after) a PROT_NONE page.
+//
+// Invariants checked after every call; a broken one aborts with a message,
+// so that libFuzzer keeps the input:
+//   - no byte outside a block or a raw buffer is touched (guard pages and
+//     AddressSanitizer), and no undefined behaviour (UBSan);
+//   - the reference ledger: the plug-in holds exactly one reference per open
+//     MemoryBlockVEK instance (its Memory block) and no other, released
+//     nothing it did not hold, lent no string data it did not get back, and
+//     gave no service a nil, freed or foreign handle;
+//   - at most one exception, of a class and message the plug-in raises, and
+//     only with the neutral result;
+//   - a call that raised or returned its neutral result (nil, False, a
+//     negative search result, 0) changed no byte of any block or buffer, and
+//     no call changed bytes other than those of the blocks or buffers its
+//     method writes.
+//
+// Raw addresses (Ptr arguments, handles, blocks over an address, which report
+// size 0 and are trusted with the caller's range) point only at buffers the
+// fuzzer maps for the call, exactly as large as the call may touch there; a
+// call that would need more than kMaxRaw bytes is not made. A block whose
+// host reports a negative size is read as one of size 0, as the plug-in's
+// pinned view reads it: its range is trusted, and a call is only made when
+// that range lies inside the block's storage. Leaks of the plug-in's own
+// memory are left to LeakSanitizer at the end of the run.
+//
+// Input layout (a missing byte reads as 0):
+//   byte 0        bits 0-2: host version (kHosts), bit 3: guard page before
+//                 the storage instead of after it
+//   byte 1        number of blocks, 1 + value % 3
+//   per block     2 bytes size (little-endian, 1 + value modulo kMaxBlock),
+//                 1 byte content (kind in bits 0-1, see fill_bytes) and its
+//                 parameter byte, 1 byte flags (bit 0: the host reports no
+//                 data, bit 1: the host reports a negative size)
+//   then calls    1 byte entry (modulo the table), then each argument as its
+//                 kind reads it (the read_* functions), until the input ends
+//                 or kMaxCalls calls are made.
+// An input that starts with "#vek" is the same bytes written as hex pairs,
+// with '#' starting a comment to the end of the line (fuzz/corpus).
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cinttypes>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "frame/rb_handles.h"
+#include "host/loaded_plugin.h"
+#include "host/sim_host.h"
+
+namespace {
+
+constexpr size_t kMaxBlock = 8192;
+constexpr int64_t kMaxRaw = 1 << 16;
+constexpr int kMaxCalls = 48;
+constexpr int kMaxBlocks = 3;
+constexpr int kMaxValues = 12;  // the receiver or object, then the declared arguments
+// MemoryBlockVEK sizes the allocator would have to commit are folded below this.
+constexpr int64_t kMaxObjectSize = 1 << 20;
+
+// Host versions: each registration path and each string-reading rule.
+constexpr std::optional<double> kHosts[8] = {3000.0, 2020.0, std::nullopt, 2011.0,
+                                             2012.5, 2013.0, 2013.03, 2014.0};
+
+[[noreturn]] void fail(const char* format, ...) {
+  std::va_list args;
+  va_start(args, format);
+  std::fputs("call_sequence_fuzzer: ", stderr);
+  std::vfprintf(stderr, format, args);
+  std::fputc('\n', stderr);
+  va_end(args);
+  std::abort();
+}
+
+// -- input ------------------------------------------------------------------------
+
+class Reader {
+ public:
+  explicit Reader(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
+  bool done() const { return next_ >= bytes_.size(); }
+  uint8_t u8() { return done() ? 0 : bytes_[next_++]; }
+  uint64_t le(int count) {
+    uint64_t value = 0;
+    for (int i = 0; i < count; ++i) value |= uint64_t{u8()} << (8 * i);
+    return value;
+  }
+
+ private:
+  std::vector<uint8_t> bytes_;
+  size_t next_ = 0;
+};
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The readable form: hex pairs, anything else skipped, '#' to the end of a line.
+std::vector<uint8_t> decode_input(const uint8_t* data, size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  if (!text.starts_with("#vek")) return std::vector<uint8_t>(data, data + size);
+  std::vector<uint8_t> bytes;
+  int high = -1;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '#') {
+      while (i < text.size() && text[i] != '\n') ++i;
+      high = -1;
+      continue;
+    }
+    const int digit = hex_digit(text[i]);
+    if (digit < 0) {
+      high = -1;
+    } else if (high < 0) {
+      high = digit;
+    } else {
+      bytes.push_back(static_cast<uint8_t>(high << 4 | digit));
+      high = -1;
+    }
+  }
+  return bytes;
+}
+
+// Block and raw contents: 0 one value, 1 a ramp, 2 pseudo-random, 3 a run of
+// the input repeated.
+void fill_bytes(uint8_t* out, size_t size, uint8_t kind, Reader& in) {
+  const uint8_t parameter = in.u8();
+  switch (kind & 3) {
+    case 0:
+      std::memset(out, parameter, size);
+      break;
+    case 1:
+      for (size_t i = 0; i < size; ++i) out[i] = static_cast<uint8_t>(i * parameter + (i >> 8));
+      break;
+    case 2: {
+      uint32_t state = 0x9E3779B9u ^ parameter;
+      for (size_t i = 0; i < size; ++i) {
+        state ^= state << 13;
+        state ^= state >> 17;
+        state ^= state << 5;
+        out[i] = static_cast<uint8_t>(state);
+      }
+      break;
+    }
+    default: {
+      uint8_t run[32];
+      const size_t length = parameter % 32 + 1;
+      for (size_t i = 0; i < length; ++i) run[i] = in.u8();
+      for (size_t i = 0; i < size; ++i) out[i] = run[i % length];
+      break;
+    }
+  }
+}
+
+// -- raw memory the fuzzer owns ----------------------------------------------------
+
+// [PROT_NONE page][data pages][PROT_NONE page], the bytes flush against the
+// guard the placement names; 0 bytes sit between the two guards.
+class GuardedBuffer {
+ public:
+  GuardedBuffer(size_t size, Placement placement) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t data_bytes = (size + page - 1) / page * page;
+    length_ = data_bytes + 2 * page;
+    base_ = mmap(nullptr, length_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (base_ == MAP_FAILED) fail("cannot map %zu bytes", size);
+    uint8_t* first = static_cast<uint8_t*>(base_) + page;
+    if (data_bytes != 0 && mprotect(first, data_bytes, PROT_READ | PROT_WRITE) != 0) fail("mprotect failed");
+    data_ = placement == Placement::GuardAfter ? first + data_bytes - size : first;
+    size_ = size;
+  }
+  GuardedBuffer(const GuardedBuffer&) = delete;
+  GuardedBuffer& operator=(const GuardedBuffer&) = delete;
+  ~GuardedBuffer() { munmap(base_, length_); }
+  uint8_t* data() const { return data_; }
+  size_t size() const { return size_; }
+
+ private:
+  void* base_ = nullptr;
+  size_t length_ = 0;
+  uint8_t* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+// -- the call table -----------------------------------------------------------------
+
+enum class Arg : uint8_t {
+  Int,      // Integer
+  Int64,    // Int64
+  Size64,   // a MemoryBlockVEK size
+  Double,
+  Bool,
+  Block,    // MemoryBlock: nil, a block, the receiver, or a block over a raw buffer
+  Ptr,      // Ptr: nil or a raw buffer
+  Handle,   // an Integer holding a handle: 0, a master pointer to nil, or to a raw buffer
+  Address,  // an Integer holding an address: 0 or a raw buffer
+  Str,
+  Folder,
+  Ignored,  // the getters' unused Integer
+};
+
+enum class Where : uint8_t { Extension, Setter, Property, Global, Member };
+
+struct Value {
+  int64_t i = 0;        // integers and addresses; a string's byte count
+  double d = 0;
+  void* p = nullptr;    // handles and pointers
+};
+
+struct Outcome {
+  bool has_result = false;
+  bool neutral = false;
+  const void* handed = nullptr;  // a handle the caller now holds a reference of
+};
+
+template <class T>
+T as(const Value& v) {
+  if constexpr (std::is_same_v<T, double>) {
+    return v.d;
+  } else if constexpr (std::is_pointer_v<T>) {
+    return static_cast<T>(v.p);
+  } else {
+    return static_cast<T>(v.i);
+  }
+}
+
+template <class R>
+Outcome outcome_of(R result) {
+  if constexpr (std::is_same_v<R, REALmemoryBlock> || std::is_same_v<R, REALstring> ||
+                std::is_same_v<R, REALfolderItem>) {
+    return {true, result == nullptr, result};
+  } else if constexpr (std::is_same_v<R, bool>) {
+    return {true, !result, nullptr};
+  } else if constexpr (std::is_same_v<R, int32_t>) {
+    return {true, result < 0, nullptr};  // -1 and -2 of the searches
+  } else {
+    return {true, result == R{}, nullptr};  // addresses and sizes
+  }
+}
+
+template <class R, class... A, size_t... I>
+Outcome call_with(const void* fn, [[maybe_unused]] const Value* v, std::index_sequence<I...>) {
+  auto typed = reinterpret_cast<R (*)(A...)>(const_cast<void*>(fn));
+  if constexpr (std::is_void_v<R>) {
+    typed(as<A>(v[I])...);
+    return {};
+  } else {
+    return outcome_of<R>(typed(as<A>(v[I])...));
+  }
+}
+
+// The C++ signature of a registered function; values are taken in order.
+template <class R, class... A>
+Outcome invoke(const void* fn, const Value* v) {
+  return call_with<R, A...>(fn, v, std::index_sequence_for<A...>{});
+}
+
+// What a call may touch behind the raw buffers of its values: need[k] bytes
+// from the start of value k's buffer (the receiver is value 0). size[k] is
+// what the host reports for a block value (0 for one over a raw buffer).
+struct Reach {
+  const Value* v;
+  const int64_t* size;
+  const bool* raw;
+  int64_t need[kMaxValues] = {};
+
+  int64_t i(int k) const { return v[k].i; }
+  // `count` bytes from `offset`; nothing when either is out of range.
+  void span(int k, int64_t offset, int64_t count) {
+    if (offset >= 0 && count > 0) need[k] = std::max(need[k], offset + count);
+  }
+  void bits(int k, int64_t first, int64_t count) {
+    if (first >= 0 && count > 0) need[k] = std::max(need[k], (first + count + 7) / 8);
+  }
+};
+
+int64_t whole(int64_t count, int64_t unit) { return count / unit * unit; }
+int64_t up_to(int64_t count, int64_t unit) { return count <= 0 ? count : (count + unit - 1) / unit * unit; }
+
+struct Entry {
+  const char* name;  // declaration, member or property name
+  Where where;
+  std::vector<Arg> args;  // the declared arguments (the receiver or object comes first, not listed)
+  Outcome (*invoke)(const void* fn, const Value* v);
+  void (*reach)(Reach&);
+  uint32_t writes;  // bit k: value k's bytes may change
+};
+
+constexpr uint32_t W(int k) { return 1u << k; }
+void none(Reach&) {}
+
+using B = REALmemoryBlock;
+using S = REALstring;
+using F = REALfolderItem;
+using O = REALobject;
+using I = int32_t;
+
+// The pixel methods: a block of size 0 is trusted with ceil(Length / 4) pixels.
+void pixels(Reach& r, int offset) { r.span(0, r.i(offset), up_to(r.i(offset + 1), 4)); }
+
+// The float-pair conversions: Z records, cut to what both known blocks hold.
+void records(Reach& r) {
+  int64_t z = r.i(2);
+  if (!r.raw[0]) z = std::min(z, (r.size[0] - r.i(1)) / 8);
+  if (!r.raw[3]) z = std::min(z, r.size[3] / 8);
+  r.span(0, r.i(1), 8 * z);
+  r.span(3, 0, 8 * z);
+}
+
+// MinVEK and MaxVEK: the sources hold as many elements as the range.
+void elementwise(Reach& r) {
+  const int64_t bits = r.i(3);
+  if (bits != 8 && bits != 16 && bits != 32 && bits != 64) return;
+  const int64_t width = bits / 8, offset = r.i(5), length = r.i(6);
+  int64_t range = 0;
+  if (r.raw[0]) {
+    range = length;
+  } else if (offset >= 0 && offset < r.size[0]) {
+    range = length > 0 ? std::min(length, r.size[0] - offset) : r.size[0] - offset;
+  }
+  const int64_t bytes = whole(range, width);
+  r.span(0, offset, bytes);
+  r.span(1, 0, bytes);
+  r.span(2, 0, bytes);
+}
+
+// CopyNthBytesVEK cuts the output at the destination's end first; only the
+// runs that still write anything are read, and the backward-walk refusal
+// looks at the last of those.
+void nth_bytes(Reach& r) {
+  const int64_t from = r.i(2), to = r.i(3), count = r.i(4), step = r.i(5), steps = r.i(6);
+  if (steps <= 0 || count <= 0 || from < 0 || to < 0) return;
+  int64_t out = steps * count;
+  if (!r.raw[0]) out = std::min(out, r.size[0] - to);
+  if (out <= 0) return;
+  r.span(0, to, out);
+  const int64_t runs = (out + count - 1) / count;
+  const int64_t last = from + (runs - 1) * step;
+  if (last < 0) return;
+  // Runs longer than the step overlap: the one before the last, whole, may
+  // reach further than the last, which may be cut.
+  int64_t end = std::max(from + std::min(count, out), last + out - (runs - 1) * count);
+  if (runs >= 2) end = std::max(end, from + (runs - 2) * step + count);
+  r.span(1, 0, end);
+}
+
+void nth_bits(Reach& r) {
+  const int64_t from = r.i(2), to = r.i(3), count = r.i(4), step = std::max<int64_t>(0, r.i(5)), steps = r.i(6);
+  if (steps > 0 && count > 0) {
+    r.bits(0, to, steps * count);
+    r.bits(1, from, (steps - 1) * (count + step) + count);
+  } else if (to >= 0 && to % 8 != 0) {
+    r.span(0, to / 8, 1);  // the byte the offset falls in is cleared
+  }
+}
+
+void expand(Reach& r) {
+  const int64_t count = up_to(r.i(2), 4);
+  r.span(0, 0, count);
+  r.span(1, 0, 8 * count);
+}
+
+const std::vector<Entry>& entries() {
+  static const std::vector<Entry> table = {
+      // -- colour and signal --
+      {"ConvertRGB12BitTo8BitVEK(Width as Integer)", Where::Extension, {Arg::Int}, invoke<void, B, I>,
+       [](Reach& r) { r.span(0, 0, 9 * r.i(1)); }, W(0)},
+      {"_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)",
+       Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Double, Arg::Int, Arg::Int},
+       invoke<void, B, I, I, I, I, I, I, I, I, double, I, I>, [](Reach& r) { pixels(r, 10); }, W(0)},
+      {"_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
+       Where::Extension, {Arg::Int, Arg::Int, Arg::Int, Arg::Bool}, invoke<void, B, I, I, I, uint8_t>,
+       [](Reach& r) { pixels(r, 2); }, W(0)},
+      {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
+       Where::Extension, {Arg::Int, Arg::Int, Arg::Int, Arg::Bool}, invoke<void, B, I, I, I, uint8_t>,
+       [](Reach& r) { pixels(r, 2); }, W(0)},
+      {"_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)",
+       Where::Extension, {Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Double}, invoke<void, B, I, I, I, I, double>,
+       [](Reach& r) { r.span(0, r.i(1), 8 * r.i(2)); }, W(0)},
+      {"_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Block}, invoke<void, B, I, I, B>, records, W(0)},
+      {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Block}, invoke<void, B, I, I, B>, records, W(0)},
+      // -- numeric --
+      {"MultiplyUInt16VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)", Where::Extension,
+       {Arg::Double, Arg::Int, Arg::Int}, invoke<void, B, double, I, I>,
+       [](Reach& r) { r.span(0, r.i(2), whole(r.i(3), 2)); }, W(0)},
+      {"MultiplyUInt8VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)", Where::Extension,
+       {Arg::Double, Arg::Int, Arg::Int}, invoke<void, B, double, I, I>,
+       [](Reach& r) { r.span(0, r.i(2), r.i(3)); }, W(0)},
+      {"MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
+       Where::Extension, {Arg::Ptr, Arg::Ptr, Arg::Int, Arg::Bool, Arg::Int, Arg::Int},
+       invoke<bool, B, void*, void*, I, uint8_t, I, I>, elementwise, W(0)},
+      {"MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
+       Where::Extension, {Arg::Ptr, Arg::Ptr, Arg::Int, Arg::Bool, Arg::Int, Arg::Int},
+       invoke<bool, B, void*, void*, I, uint8_t, I, I>, elementwise, W(0)},
+      // -- mirroring --
+      {"MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
+      {"MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
+      {"MirrorBitsVEK(offsetBit as Integer, lengthBit as integer)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.bits(0, r.i(1), r.i(2)); }, W(0)},
+      // -- addresses and fields --
+      {"AddressVEK(offset as Int64 = 0) as UInt64", Where::Extension, {Arg::Int64}, invoke<uint64_t, B, int64_t>, none, 0},
+      {"AddressPtrVEK(offset as Int64 = 0) as Ptr", Where::Extension, {Arg::Int64}, invoke<void*, B, int64_t>, none, 0},
+      {"OSTypeVEK(offset as Integer) as String", Where::Extension, {Arg::Int}, invoke<S, B, I>,
+       [](Reach& r) { r.span(0, r.i(1), 4); }, 0},
+      {"OSTypeVEK(offset as Integer) as String", Where::Setter, {Arg::Int, Arg::Str}, invoke<void, B, I, S>,
+       [](Reach& r) { r.span(0, r.i(1), 4); }, W(0)},
+      {"GetStringVEK(offset as Integer, numBytes as Integer) as String", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<S, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
+      {"SetStringVEK(str as String, offset as Integer)", Where::Extension, {Arg::Str, Arg::Int}, invoke<void, B, S, I>,
+       [](Reach& r) { r.span(0, r.i(2), r.i(1)); }, W(0)},
+      // -- byte swapping --
+      {"SwapBytesVEK(offset as Integer, numBytes as Integer)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
+      {"SwapBytes16VEK(offset as Integer, numBytes as Integer)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 2)); }, W(0)},
+      {"SwapBytes32VEK(offset as Integer, numBytes as Integer)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 4)); }, W(0)},
+      // -- compare and search --
+      {"BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean",
+       Where::Extension, {Arg::Int, Arg::Int, Arg::Block, Arg::Int}, invoke<bool, B, I, I, B, I>,
+       [](Reach& r) {
+         r.span(0, r.i(1), r.i(2));
+         r.span(3, r.i(4), r.i(2));
+       },
+       0},
+      {"BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<bool, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
+      {"FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Int}, invoke<I, B, I, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
+      {"FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Int}, invoke<I, B, I, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
+      // -- copies --
+      {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Int}, invoke<void, B, I, I, I>,
+       [](Reach& r) {
+         r.span(0, r.i(1), r.i(2));
+         r.span(0, r.i(3), r.i(2));
+       },
+       W(0)},
+      {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)",
+       Where::Extension, {Arg::Int, Arg::Int, Arg::Block, Arg::Int}, invoke<void, B, I, I, B, I>,
+       [](Reach& r) {
+         r.span(0, r.i(1), r.i(2));
+         r.span(3, r.i(4), r.i(2));
+       },
+       W(3)},
+      {"CopyBytesToMacPtrVEK(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Ptr}, invoke<void, B, I, I, void*>,
+       [](Reach& r) {
+         r.span(0, r.i(1), r.i(2));
+         r.span(3, 0, r.i(2));
+       },
+       W(3)},
+      {"CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)", Where::Extension,
+       {Arg::Ptr, Arg::Int, Arg::Int}, invoke<void, B, void*, I, I>,
+       [](Reach& r) {
+         r.span(1, 0, r.i(2));
+         r.span(0, r.i(3), r.i(2));
+       },
+       W(0)},
+      {"CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Handle}, invoke<void, B, I, I, intptr_t>,
+       [](Reach& r) {
+         r.span(0, r.i(1), r.i(2));
+         r.span(3, 0, r.i(2));
+       },
+       W(3)},
+      {"CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)", Where::Extension,
+       {Arg::Handle, Arg::Int, Arg::Int}, invoke<void, B, intptr_t, I, I>,
+       [](Reach& r) {
+         r.span(1, 0, r.i(2));
+         r.span(0, r.i(3), r.i(2));
+       },
+       W(0)},
+      {"FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Str}, invoke<I, B, I, I, S>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
+      {"FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer",
+       Where::Extension, {Arg::Int, Arg::Int, Arg::Block, Arg::Int, Arg::Int}, invoke<I, B, I, I, B, I, I>,
+       [](Reach& r) {
+         r.span(0, r.i(1), r.i(2));
+         r.span(3, r.i(4), r.i(5));
+       },
+       0},
+      {"FSSpecVEK(offset as Integer) as FolderItem", Where::Extension, {Arg::Int}, invoke<F, B, I>,
+       [](Reach& r) { r.span(0, r.i(1), 70); }, 0},
+      {"FSSpecVEK(offset as Integer) as FolderItem", Where::Setter, {Arg::Int, Arg::Folder}, invoke<void, B, I, F>,
+       [](Reach& r) { r.span(0, r.i(1), 70); }, W(0)},
+      // -- sub-blocks: a block of size 0 has nothing to give --
+      {"MidVEK(offset as integer) as Memoryblock", Where::Extension, {Arg::Int}, invoke<B, B, I>, none, 0},
+      {"MidVEK(offset As Integer, length As Integer) as Memoryblock", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<B, B, I, I>, none, 0},
+      {"LeftVEK(length as integer) as Memoryblock", Where::Extension, {Arg::Int}, invoke<B, B, I>, none, 0},
+      {"RightVEK(length As Integer) as Memoryblock", Where::Extension, {Arg::Int}, invoke<B, B, I>, none, 0},
+      {"AppendVEK(other as Memoryblock) as Memoryblock", Where::Extension, {Arg::Block}, invoke<B, B, B>, none, 0},
+      // -- fill and invert --
+      {"FillBytesVEK(offset as integer, count as integer, value as integer)", Where::Extension,
+       {Arg::Int, Arg::Int, Arg::Int}, invoke<void, B, I, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
+      {"InvertBytesVEK(offset as integer, count as integer)", Where::Extension, {Arg::Int, Arg::Int},
+       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
+      // -- strided copies --
+      {"CopyNthBytesVEK(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
+       Where::Extension, {Arg::Block, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int},
+       invoke<bool, B, B, I, I, I, I, I>, nth_bytes, W(0)},
+      {"CopyNthBitsVEK(source as memoryblock, SourceOffsetBits as integer, DestinationOffsetBits as integer, BitCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
+       Where::Extension, {Arg::Block, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int},
+       invoke<bool, B, B, I, I, I, I, I>, nth_bits, W(0)},
+      {"ExpandBitsVEK(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, HighValue as integer = 255) as boolean",
+       Where::Extension, {Arg::Block, Arg::Int, Arg::Int, Arg::Int}, invoke<bool, B, B, I, I, I>, expand, W(1)},
+      // -- the rest of the registration --
+      {"BytesVEK", Where::Property, {Arg::Ignored}, invoke<I, B, I>, none, 0},
+      {"NewMemoryBlockFromPtrVEK(ptr as integer) as MemoryBlock", Where::Global, {Arg::Address},
+       invoke<B, intptr_t>, none, 0},
+      {"NewMemoryBlockWithBytesVEK(Data as Ptr, size as Integer) as MemoryBlock", Where::Global, {Arg::Ptr, Arg::Int},
+       invoke<B, void*, I>,
+       [](Reach& r) {
+         if (r.i(2) != INT32_MAX) r.span(1, 0, r.i(2));  // that size is refused before any byte is read
+       },
+       0},
+      {"Create(size as Int64) as boolean", Where::Member, {Arg::Size64}, invoke<bool, O, int64_t>, none, 0},
+      {"Resize(Size as Int64) as boolean", Where::Member, {Arg::Size64}, invoke<bool, O, int64_t>, none, 0},
+      {"Close", Where::Member, {}, invoke<void, O>, none, 0},
+      {"Address", Where::Member, {Arg::Ignored}, invoke<uint64_t, O, I>, none, 0},
+      {"Size", Where::Member, {Arg::Ignored}, invoke<int64_t, O, I>, none, 0},
+      {"Memory", Where::Member, {Arg::Ignored}, invoke<B, O, I>, none, 0},
+  };
+  return table;
+}
+
+// -- one loaded copy per host ---------------------------------------------------------
+
+struct Session {
+  std::unique_ptr<SimHost> host;
+  std::unique_ptr<LoadedPlugin> plugin;
+  std::vector<const void*> functions;  // per entry; null where this host took none
+  int64_t (*object_size)(O, int32_t) = nullptr;
+};
+
+const void* lookup(const SimHost& host, const LoadedPlugin& plugin, const Entry& entry) {
+  try {
+    switch (entry.where) {
+      case Where::Extension: return reinterpret_cast<const void*>(plugin.method<void>(entry.name));
+      case Where::Setter: return reinterpret_cast<const void*>(plugin.setter<void>(entry.name));
+      case Where::Global: return reinterpret_cast<const void*>(plugin.global<void>(entry.name));
+      case Where::Member: return reinterpret_cast<const void*>(plugin.classMember<void>("MemoryBlockVEK", entry.name));
+      case Where::Property:
+        for (const ClassReg& extension : host.registry().extensions) {
+          for (const PropertyReg& property : extension.properties) {
+            if (property.name == entry.name) return property.getter;
+          }
+        }
+        return nullptr;
+    }
+  } catch (const std::exception&) {
+  }
+  return nullptr;
+}
+
+Session& session_for(int version, Placement placement) {
+  static Session sessions[std::size(kHosts)][2];
+  Session& s = sessions[version][placement == Placement::GuardBefore];
+  if (s.host == nullptr) {
+    s.host = std::make_unique<SimHost>(HostConfig{.version = kHosts[version], .placement = placement});
+    // VEK_FUZZ_PLUGIN names another build of the plug-in to load.
+    const char* path = std::getenv("VEK_FUZZ_PLUGIN");
+    s.plugin = std::make_unique<LoadedPlugin>(path != nullptr ? path : VEK_PLUGIN_PATH);
+    s.plugin->start(*s.host);
+    for (const Entry& entry : entries()) s.functions.push_back(lookup(*s.host, *s.plugin, entry));
+    s.object_size = reinterpret_cast<int64_t (*)(O, int32_t)>(
+        const_cast<void*>(lookup(*s.host, *s.plugin, Entry{"Size", Where::Member, {}, nullptr, none, 0})));
+    if (s.object_size == nullptr) fail("the MemoryBlockVEK class is not registered");
+  }
+  s.host->makeCurrent();
+  return s;
+}
+
+// -- argument values --------------------------------------------------------------------
+
+int32_t read_int(Reader& in, int64_t receiver_size) {
+  const uint8_t s = in.u8();
+  switch (s % 20) {
+    case 0: return 0;
+    case 1: return 1;
+    case 2: return -1;
+    case 3: return INT32_MIN;
+    case 4: return INT32_MAX;
+    case 5: return INT32_MIN + 1;
+    case 6: return INT32_MAX - 1;
+    case 7: return static_cast<int8_t>(in.u8());
+    case 8: return in.u8();
+    case 9: return static_cast<int32_t>(in.le(2));
+    case 10: return static_cast<int32_t>(static_cast<uint32_t>(in.le(4)));
+    case 11: return static_cast<int32_t>(receiver_size + static_cast<int8_t>(in.u8()));
+    case 12: return static_cast<int32_t>(8 * receiver_size + static_cast<int8_t>(in.u8()));
+    case 13: return int32_t{1} << (in.u8() % 31);
+    case 14: return -(int32_t{1} << (in.u8() % 31));
+    case 15: return 2;
+    case 16: return 4;
+    case 17: return 8;
+    case 18: return 16;
+    default: return s % 2 ? 255 : 256;
+  }
+}
+
+int64_t read_int64(Reader& in, int64_t receiver_size) {
+  const uint8_t s = in.u8();
+  switch (s % 12) {
+    case 0: return 0;
+    case 1: return 1;
+    case 2: return -1;
+    case 3: return INT64_MIN;
+    case 4: return INT64_MAX;
+    case 5: return INT32_MAX;
+    case 6: return int64_t{INT32_MAX} + 1;
+    case 7: return int64_t{UINT32_MAX};
+    case 8: return static_cast<int8_t>(in.u8());
+    case 9: return static_cast<int64_t>(in.le(8));
+    case 10: return receiver_size + static_cast<int8_t>(in.u8());
+    default: return static_cast<int64_t>(in.le(2));
+  }
+}
+
+double read_double(Reader& in) {
+  const uint8_t s = in.u8();
+  switch (s % 16) {
+    case 0: return 0.0;
+    case 1: return -0.0;
+    case 2: return 1.0;
+    case 3: return -1.0;
+    case 4: return 0.5;
+    case 5: return 1.5;
+    case 6: return 2.0;
+    case 7: return 255.5;
+    case 8: return std::numeric_limits<double>::quiet_NaN();
+    case 9: return std::numeric_limits<double>::infinity();
+    case 10: return -std::numeric_limits<double>::infinity();
+    case 11: return std::numeric_limits<double>::max();
+    case 12: return std::numeric_limits<double>::denorm_min();
+    case 13: return -3000000001.0;
+    case 14: return std::bit_cast<double>(in.le(8));
+    default: return static_cast<int8_t>(in.u8()) / 16.0;
+  }
+}
+
+constexpr uint32_t kEncodings[] = {kEncodingASCII, kEncodingMacRoman, kEncodingWindowsLatin1, kEncodingUnknown,
+                                   kEncodingUTF8,  kEncodingUTF16,    kEncodingUTF32,         0x12345};
+
+// What a Block, Ptr, Handle or Address value stands for before the call.
+enum class Source : uint8_t { Nil, Block, Raw, HandleToNil };
+
+struct Slot {
+  Source source = Source::Nil;
+  int block = 0;      // Source::Block: which of the input's blocks
+  int alias = -1;     // the receiver passed as this argument: value 0's slot
+  uint8_t fill = 0;   // contents of a raw buffer
+};
+
+struct Region {
+  uint8_t* data;
+  size_t size;
+  uint32_t owners;  // the values whose bytes these are
+  std::string what;
+};
+
+// VEK_FUZZ_TRACE=1 in the environment prints every call and its values.
+const bool trace = std::getenv("VEK_FUZZ_TRACE") != nullptr;
+uint64_t calls_made = 0;  // reported when the process ends
+
+struct Run {
+  Run(Session& session, Reader& input, Placement where) : s(session), in(input), placement(where) {}
+
+  Session& s;
+  Reader& in;
+  Placement placement;
+  std::vector<REALmemoryBlock> blocks;
+  std::vector<int64_t> reported;  // per block: the size the host reports
+  O objects[2] = {};
+  std::vector<uint8_t> before;
+
+  // Everything given back; destroying an instance closes it. The host must
+  // then hold nothing for the plug-in, whatever the input did.
+  void finish() {
+    for (REALmemoryBlock block : std::exchange(blocks, {})) s.host->release(block);
+    for (O& object : objects) s.host->release(std::exchange(object, nullptr));
+    if (!s.host->takeRaised().empty()) fail("destroying an instance raised an exception");
+    check_ledger("the end of the input", -1);
+  }
+
+  int open_objects() {
+    int open = 0;
+    for (O object : objects) open += object != nullptr && s.object_size(object, 0) != 0;
+    return open;
+  }
+
+  void check_ledger(const char* name, int call) {
+    const LedgerReport ledger = s.host->ledger();
+    if (ledger.pluginHeld != open_objects() || ledger.overReleased != 0 || ledger.invalidHandles != 0 ||
+        ledger.outstandingStringData != 0) {
+      fail("call %d, %s: the ledger is off (held %d with %d open objects, over-released %d, invalid %d, "
+           "string data %d):\n%s",
+           call, name, ledger.pluginHeld, open_objects(), ledger.overReleased, ledger.invalidHandles,
+           ledger.outstandingStringData, ledger.text().c_str());
+    }
+  }
+
+  Slot read_slot(Arg kind, int index) {
+    const uint8_t s = in.u8();
+    Slot slot;
+    if (kind == Arg::Block) {
+      switch (s % 6) {
+        case 0: break;
+        case 4:
+          if (index != 0) {
+            slot.alias = 0;
+            break;
+          }
+          [[fallthrough]];
+        case 5: slot.source = Source::Raw; break;
+        default:
+          slot.source = Source::Block;
+          slot.block = (s % 6 - 1) % static_cast<int>(blocks.size());
+      }
+    } else if (kind == Arg::Handle) {
+      const Source choices[] = {Source::Nil, Source::HandleToNil, Source::Raw, Source::Raw};
+      slot.source = choices[s % 4];
+    } else {  // Ptr, Address
+      slot.source = s % 4 == 0 ? Source::Nil : Source::Raw;
+    }
+    if (slot.source == Source::Raw) slot.fill = in.u8();
+    return slot;
+  }
+
+  void call(int number) {
+    const auto& table = entries();
+    const size_t index = in.u8() % table.size();
+    const Entry& entry = table[index];
+    const void* fn = s.functions[index];
+
+    Value v[kMaxValues];
+    Slot slots[kMaxValues];
+    bool is_slot[kMaxValues] = {};
+    int64_t size[kMaxValues] = {};
+    bool raw[kMaxValues] = {};
+    int first = 1;
+    if (entry.where == Where::Member) {
+      const uint8_t which = in.u8() % 2;
+      if (objects[which] == nullptr) objects[which] = s.host->newInstance("MemoryBlockVEK");
+      v[0].p = objects[which];
+    } else if (entry.where == Where::Global) {
+      first = 1;  // no receiver: value 0 stays unused
+    } else {
+      slots[0] = read_slot(Arg::Block, 0);
+      is_slot[0] = true;
+    }
+    auto size_of = [&](const Slot& slot) -> int64_t {
+      return slot.source == Source::Block ? reported[slot.block] : 0;
+    };
+    const int64_t receiver_size = is_slot[0] ? size_of(slots[0]) : 0;
+
+    // Scalars now; the strings and folder items they come with are made here
+    // and given back after the call.
+    std::vector<const void*> made;
+    int k = first;
+    for (Arg kind : entry.args) {
+      switch (kind) {
+        case Arg::Int: v[k].i = read_int(in, receiver_size); break;
+        case Arg::Ignored: v[k].i = read_int(in, receiver_size); break;
+        case Arg::Int64: v[k].i = read_int64(in, receiver_size); break;
+        case Arg::Size64: {
+          int64_t size64 = read_int64(in, receiver_size);
+          if (size64 > kMaxObjectSize && size64 <= INT32_MAX) size64 %= kMaxObjectSize;
+          v[k].i = size64;
+          break;
+        }
+        case Arg::Double: v[k].d = read_double(in); break;
+        case Arg::Bool: v[k].i = in.u8(); break;
+        case Arg::Str: {
+          const uint8_t s8 = in.u8();
+          if (s8 % 8 == 0) break;  // nil
+          const size_t length = s8 % 8 == 1 ? 0 : in.u8() % 40;
+          std::string text(length, '\0');
+          for (char& c : text) c = static_cast<char>(in.u8());
+          const uint32_t encoding = kEncodings[(s8 >> 3) % std::size(kEncodings)];
+          v[k].p = s.host->newString(text, encoding);
+          v[k].i = static_cast<int64_t>(length);
+          made.push_back(v[k].p);
+          break;
+        }
+        case Arg::Folder: {
+          if (in.u8() % 4 == 0) break;  // nil
+          std::array<uint8_t, 70> spec{};
+          fill_bytes(spec.data(), spec.size(), in.u8(), in);
+          v[k].p = s.host->newFolderItem(spec);
+          made.push_back(v[k].p);
+          break;
+        }
+        default:
+          slots[k] = read_slot(kind, k);
+          is_slot[k] = true;
+      }
+      ++k;
+    }
+    const int count = k;
+
+    // Raw buffers, as large as the call may touch there.
+    for (int j = 0; j < count; ++j) {
+      if (!is_slot[j]) continue;
+      if (slots[j].alias >= 0) slots[j] = slots[slots[j].alias], slots[j].alias = 0;
+      // A block whose host reports a negative size counts as one of size 0:
+      // its range is the caller's to keep inside the storage.
+      size[j] = std::max<int64_t>(0, size_of(slots[j]));
+      raw[j] = slots[j].source == Source::Raw || (slots[j].source == Source::Block && size[j] == 0);
+    }
+    Reach reach{v, size, raw};
+    entry.reach(reach);
+    for (int j = 1; j < count; ++j) {
+      if (is_slot[j] && slots[j].alias == 0 && raw[0]) reach.need[0] = std::max(reach.need[0], reach.need[j]);
+    }
+    for (int j = 0; j < count; ++j) {
+      const int64_t room = is_slot[j] && slots[j].source == Source::Block
+                               ? static_cast<int64_t>(s.host->bytes(blocks[slots[j].block]).size())
+                               : kMaxRaw;
+      if (raw[j] && reach.need[j] > room) {
+        for (const void* handle : made) s.host->release(handle);
+        return;  // more than the fuzzer hands out: not a call it can make safely
+      }
+    }
+
+    std::vector<std::unique_ptr<GuardedBuffer>> buffers;
+    std::vector<Region> regions;
+    for (size_t b = 0; b < blocks.size(); ++b) {
+      auto bytes = s.host->bytes(blocks[b]);
+      regions.push_back({bytes.data(), bytes.size(), 0, "block " + std::to_string(b)});
+    }
+    for (int j = 0; j < count; ++j) {
+      if (!is_slot[j]) continue;
+      const Slot& slot = slots[j];
+      if (slot.alias == 0) {
+        v[j] = v[0];
+        for (Region& region : regions) region.owners |= (region.owners & W(0)) ? W(j) : 0;
+        continue;
+      }
+      if (slot.source == Source::Block) {
+        v[j].p = blocks[slot.block];
+        regions[slot.block].owners |= W(j);
+        continue;
+      }
+      if (slot.source == Source::Nil) continue;
+      if (slot.source == Source::HandleToNil) {
+        buffers.push_back(std::make_unique<GuardedBuffer>(sizeof(void*), placement));
+        std::memset(buffers.back()->data(), 0, sizeof(void*));
+        regions.push_back({buffers.back()->data(), sizeof(void*), 0, "master pointer of value " + std::to_string(j)});
+        v[j].i = reinterpret_cast<intptr_t>(buffers.back()->data());
+        continue;
+      }
+      buffers.push_back(std::make_unique<GuardedBuffer>(static_cast<size_t>(reach.need[j]), placement));
+      GuardedBuffer& buffer = *buffers.back();
+      fill_bytes(buffer.data(), buffer.size(), slot.fill, in);
+      regions.push_back({buffer.data(), buffer.size(), W(j), "raw buffer of value " + std::to_string(j)});
+      const Arg kind = j == 0 ? Arg::Block : entry.args[j - first];
+      if (kind == Arg::Block) {
+        v[j].p = s.host->ptrBlock(buffer.data());
+        made.push_back(v[j].p);
+      } else if (kind == Arg::Handle) {
+        buffers.push_back(std::make_unique<GuardedBuffer>(sizeof(void*), placement));
+        uint8_t* address = buffer.data();
+        std::memcpy(buffers.back()->data(), &address, sizeof address);
+        regions.push_back({buffers.back()->data(), sizeof(void*), 0, "master pointer of value " + std::to_string(j)});
+        v[j].i = reinterpret_cast<intptr_t>(buffers.back()->data());
+      } else if (kind == Arg::Address) {
+        v[j].i = reinterpret_cast<intptr_t>(buffer.data());
+      } else {
+        v[j].p = buffer.data();
+      }
+    }
+    // A receiver over a raw buffer, passed again as an argument, shares its handle.
+    for (int j = 1; j < count; ++j) {
+      if (is_slot[j] && slots[j].alias == 0) v[j] = v[0];
+    }
+
+    if (trace) {
+      std::fprintf(stderr, "call %d: %s%s%s\n", number, entry.where == Where::Setter ? "(setter) " : "", entry.name,
+                   fn == nullptr ? " (not registered on this host)" : "");
+      for (int j = 0; j < count; ++j) {
+        std::fprintf(stderr, "  value %d: %" PRId64 " / %g / %p%s, needs %" PRId64 "\n", j, v[j].i, v[j].d, v[j].p,
+                     raw[j] ? " (raw)" : "", reach.need[j]);
+      }
+    }
+    before.clear();
+    for (const Region& region : regions) before.insert(before.end(), region.data, region.data + region.size);
+
+    Outcome outcome;
+    if (fn != nullptr) {
+      outcome = entry.invoke(fn, entry.where == Where::Global ? v + 1 : v);
+      ++calls_made;
+    }
+
+    const std::vector<Raised> raised = s.host->takeRaised();
+    if (raised.size() > 1) fail("call %d, %s: %zu exceptions raised", number, entry.name, raised.size());
+    if (!raised.empty()) {
+      const Raised& e = raised.front();
+      const std::string message = e.message.value_or("(nil)");
+      const bool known = (e.className == "NilObjectException" &&
+                          (message == "memoryblock is nil" || message == "ptr is nil")) ||
+                         (e.className == "UnsupportedOperationException" && message == "offset < 0") ||
+                         (e.className == "OutOfMemoryException" &&
+                          (message.starts_with("Failed to allocate a memoryblock with ") ||
+                           message == "Failed to allocate memory for a string."));
+      if (!known || e.errorNumber != 0) {
+        fail("call %d, %s: raised %s \"%s\" (%d)", number, entry.name, e.className.c_str(), message.c_str(),
+             e.errorNumber);
+      }
+      if (outcome.has_result && !outcome.neutral) {
+        fail("call %d, %s: raised %s \"%s\" but gave a result", number, entry.name, e.className.c_str(),
+             message.c_str());
+      }
+    }
+    const bool refused = !raised.empty() || (outcome.has_result && outcome.neutral);
+
+    size_t at = 0;
+    for (const Region& region : regions) {
+      if (std::memcmp(before.data() + at, region.data, region.size) != 0) {
+        size_t first_changed = 0;
+        while (before[at + first_changed] == region.data[first_changed]) ++first_changed;
+        if (refused || (region.owners & entry.writes) == 0) {
+          fail("call %d, %s: %s (%zu bytes) changed at byte %zu%s", number, entry.name, region.what.c_str(),
+               region.size, first_changed, refused ? " by a refused call" : ", which it does not write");
+        }
+      }
+      at += region.size;
+    }
+
+    if (outcome.handed != nullptr) {
+      s.host->adopt(outcome.handed);
+      s.host->release(outcome.handed);
+    }
+    for (const void* handle : made) s.host->release(handle);
+    check_ledger(entry.name, number);
+  }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  std::atexit([] { std::fprintf(stderr, "call_sequence_fuzzer: %" PRIu64 " calls made\n", calls_made); });
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Reader in(decode_input(data, size));
+  const uint8_t setup = in.u8();
+  const Placement placement = setup & 8 ? Placement::GuardBefore : Placement::GuardAfter;
+  Session& session = session_for(setup % 8, placement);
+
+  Run run(session, in, placement);
+  const int block_count = in.u8() % kMaxBlocks + 1;
+  for (int b = 0; b < block_count; ++b) {
+    // Never 0: the plug-in trusts the range on a block of size 0, which only
+    // a raw buffer sized for the call may stand for.
+    const size_t block_size = in.le(2) % kMaxBlock + 1;
+    const uint8_t kind = in.u8();
+    std::vector<uint8_t> bytes(block_size);
+    fill_bytes(bytes.data(), bytes.size(), kind, in);
+    const uint8_t flags = in.u8();
+    REALmemoryBlock block = session.host->newBlock(bytes);
+    run.blocks.push_back(block);
+    run.reported.push_back(static_cast<int64_t>(block_size));
+    if (flags & 1) session.host->overrideReportedData(block, nullptr);
+    if (flags & 2) {
+      session.host->overrideReportedSize(block, -static_cast<int32_t>(block_size) - 1);
+      run.reported.back() = -static_cast<int64_t>(block_size) - 1;
+    }
+  }
+  for (int call = 0; call < kMaxCalls && !in.done(); ++call) run.call(call);
+  run.finish();
+  return 0;
+}
