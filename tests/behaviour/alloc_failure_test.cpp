@@ -82,12 +82,6 @@ std::ostream& operator<<(std::ostream& out, const Outcome& o) {
   return out;
 }
 
-Bytes pattern(size_t size) {
-  Bytes bytes(size);
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 37 + 11);
-  return bytes;
-}
-
 // One row: an extension call on a fresh 64-byte guarded block (128 for those
 // that trust an unknown size), or a call of the rest of the registration.
 struct Row {

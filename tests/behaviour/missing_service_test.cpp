@@ -138,12 +138,6 @@ std::ostream& operator<<(std::ostream& out, const Outcome& o) {
   return out;
 }
 
-Bytes pattern(size_t size) {
-  Bytes bytes(size);
-  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 37 + 11);
-  return bytes;
-}
-
 // A host of the given version lacking `missing`, with the plug-in started.
 struct Loaded {
   std::unique_ptr<SimHost> host;

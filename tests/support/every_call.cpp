@@ -13,6 +13,12 @@ int64_t Caller::handed(const void* result) {
   return 1;
 }
 
+std::vector<uint8_t> pattern(size_t size) {
+  std::vector<uint8_t> bytes(size);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 37 + 11);
+  return bytes;
+}
+
 Caller make_caller(SimHost& host, const LoadedPlugin& plugin) {
   uint8_t* raw = host.rawBuffer(64);
   uint8_t* handle = host.rawBuffer(sizeof(void*));

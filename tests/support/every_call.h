@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
@@ -26,6 +27,9 @@ struct Caller {
 
   int64_t handed(const void* result);
 };
+
+// Bytes that differ from their neighbours, so a moved or lost byte shows.
+std::vector<uint8_t> pattern(size_t size);
 
 // A caller with its own 64-byte block, a string, a folder item and 64 guarded
 // raw bytes with a master pointer to them, all owned by the host.
