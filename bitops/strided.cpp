@@ -488,11 +488,11 @@ struct LaneMasks256 {
   __m256i fields, moved[4];
 };
 
+// Filled in place: a 32-byte vector is never passed by value to baseline code.
 template <class Masks>
-Masks lane_masks(const LaneGather& plan, Masks masks) {
+void set_lane_shifts(const LaneGather& plan, Masks& masks) {
   masks.offset = _mm_cvtsi32_si128(static_cast<int>(plan.offset));
   for (unsigned b = 0; b < 4; ++b) masks.shift[b] = _mm_cvtsi32_si128(static_cast<int>(plan.shift[b]));
-  return masks;
 }
 
 // The runs of the lanes packed to the top of each 64-bit lane.
@@ -519,7 +519,8 @@ template <unsigned Steps>
 // One window (two lanes) a pass; returns where the destination got to.
 template <unsigned Steps>
 [[gnu::target("ssse3")]] uint8_t* lane_gather_ssse3(uint8_t* dst, const uint8_t* src, const LaneGather& plan) {
-  LaneMasks128 masks = lane_masks(plan, LaneMasks128{});
+  LaneMasks128 masks{};
+  set_lane_shifts(plan, masks);
   masks.fields = _mm_set1_epi64x(static_cast<int64_t>(plan.fields));
   for (unsigned b = 0; b < 4; ++b) masks.moved[b] = _mm_set1_epi64x(static_cast<int64_t>(plan.moved[b]));
   const __m128i into_lanes = load(plan.into_lanes);
@@ -537,7 +538,8 @@ template <unsigned Steps>
 // output is whole 32-bit words.
 template <unsigned Steps>
 [[gnu::target("avx2")]] uint8_t* lane_gather_avx2(uint8_t* dst, const uint8_t* src, const LaneGather& plan) {
-  LaneMasks256 masks = lane_masks(plan, LaneMasks256{});
+  LaneMasks256 masks{};
+  set_lane_shifts(plan, masks);
   masks.fields = _mm256_set1_epi64x(static_cast<int64_t>(plan.fields));
   for (unsigned b = 0; b < 4; ++b) masks.moved[b] = _mm256_set1_epi64x(static_cast<int64_t>(plan.moved[b]));
   const __m256i into_lanes = avx2::both_lanes(load(plan.into_lanes));
