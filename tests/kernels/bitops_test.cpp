@@ -16,6 +16,7 @@
 #include "bitops/strided.h"
 #include "bitops/swap_bytes.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/kernel_levels.h"
 #include "tests/support/sweep.h"
 
 namespace vek {
@@ -28,23 +29,6 @@ using Bytes = std::vector<uint8_t>;
 using vek::Level;
 
 // -- levels ------------------------------------------------------------------------
-
-template <class Table, size_t N>
-std::vector<Level> levels_of(const vek::KernelFamily<Table, N>& family) {
-  std::vector<Level> levels;
-  for (const auto& level : family.levels()) levels.push_back(level.level);
-  return levels;
-}
-
-template <class Table, size_t N>
-const Table& level_table(const vek::KernelFamily<Table, N>& family, Level level) {
-  for (const auto& candidate : family.levels()) {
-    if (candidate.level == level) return candidate.table;
-  }
-  return family.levels().back().table;
-}
-
-std::string level_label(const testing::TestParamInfo<Level>& info) { return vek::level_name(info.param); }
 
 // A suite run once per level of a family; a level this CPU lacks is skipped.
 class LevelTest : public testing::TestWithParam<Level> {
@@ -110,32 +94,32 @@ void expect_in_place_twins(InPlace fast, InPlace twin) {
 
 class ReverseBytesLevels : public LevelTest {};
 TEST_P(ReverseBytesLevels, MatchTwin) {
-  expect_in_place_twins(level_table(vek::reverse_bytes_kernels, GetParam()).reverse, vek::reverse_bytes_scalar);
+  expect_in_place_twins(table_of(vek::reverse_bytes_kernels, GetParam()).reverse, vek::reverse_bytes_scalar);
 }
 INSTANTIATE_TEST_SUITE_P(Levels, ReverseBytesLevels, testing::ValuesIn(levels_of(vek::reverse_bytes_kernels)),
-                         level_label);
+                         level_param_name);
 
 class SwapBytes16Levels : public LevelTest {};
 TEST_P(SwapBytes16Levels, MatchTwin) {
-  expect_in_place_twins(level_table(vek::swap_bytes16_kernels, GetParam()).swap, vek::swap_bytes16_scalar);
+  expect_in_place_twins(table_of(vek::swap_bytes16_kernels, GetParam()).swap, vek::swap_bytes16_scalar);
 }
 INSTANTIATE_TEST_SUITE_P(Levels, SwapBytes16Levels, testing::ValuesIn(levels_of(vek::swap_bytes16_kernels)),
-                         level_label);
+                         level_param_name);
 
 class SwapBytes32Levels : public LevelTest {};
 TEST_P(SwapBytes32Levels, MatchTwin) {
-  expect_in_place_twins(level_table(vek::swap_bytes32_kernels, GetParam()).swap, vek::swap_bytes32_scalar);
+  expect_in_place_twins(table_of(vek::swap_bytes32_kernels, GetParam()).swap, vek::swap_bytes32_scalar);
 }
 INSTANTIATE_TEST_SUITE_P(Levels, SwapBytes32Levels, testing::ValuesIn(levels_of(vek::swap_bytes32_kernels)),
-                         level_label);
+                         level_param_name);
 
 class MirrorBitsInBytesLevels : public LevelTest {};
 TEST_P(MirrorBitsInBytesLevels, MatchTwin) {
-  expect_in_place_twins(level_table(vek::mirror_bits_in_bytes_kernels, GetParam()).mirror,
+  expect_in_place_twins(table_of(vek::mirror_bits_in_bytes_kernels, GetParam()).mirror,
                         vek::mirror_bits_in_bytes_scalar);
 }
 INSTANTIATE_TEST_SUITE_P(Levels, MirrorBitsInBytesLevels,
-                         testing::ValuesIn(levels_of(vek::mirror_bits_in_bytes_kernels)), level_label);
+                         testing::ValuesIn(levels_of(vek::mirror_bits_in_bytes_kernels)), level_param_name);
 
 TEST(ByteSwapKernels, TwinsAgainstStdReverse) {
   Bytes in(37);
@@ -189,7 +173,7 @@ TEST(MirrorKernels, PairwiseTwinAgainstBitVector) {
 
 class MirrorBitsLevels : public LevelTest {};
 TEST_P(MirrorBitsLevels, MatchTwin) {
-  const auto& level = level_table(vek::mirror_bits_kernels, GetParam());
+  const auto& level = table_of(vek::mirror_bits_kernels, GetParam());
   std::mt19937 gen(13);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
     // A range that touches exactly the n bytes, from any bit of the first.
@@ -204,13 +188,13 @@ TEST_P(MirrorBitsLevels, MatchTwin) {
     ASSERT_TRUE(arena.same()) << "first bit " << first << ", " << count << " bits";
   });
 }
-INSTANTIATE_TEST_SUITE_P(Levels, MirrorBitsLevels, testing::ValuesIn(levels_of(vek::mirror_bits_kernels)), level_label);
+INSTANTIATE_TEST_SUITE_P(Levels, MirrorBitsLevels, testing::ValuesIn(levels_of(vek::mirror_bits_kernels)), level_param_name);
 
 // -- strided copies --------------------------------------------------------------------
 
 class CopyNthBytesLevels : public LevelTest {};
 TEST_P(CopyNthBytesLevels, MatchTwin) {
-  const auto& level = level_table(vek::copy_nth_bytes_kernels, GetParam());
+  const auto& level = table_of(vek::copy_nth_bytes_kernels, GetParam());
   std::mt19937 gen(17);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
     // Runs whose source span fits in n bytes, forwards, in place or backwards;
@@ -235,7 +219,7 @@ TEST_P(CopyNthBytesLevels, MatchTwin) {
   });
 }
 INSTANTIATE_TEST_SUITE_P(Levels, CopyNthBytesLevels, testing::ValuesIn(levels_of(vek::copy_nth_bytes_kernels)),
-                         level_label);
+                         level_param_name);
 
 // Bits available from `first` in a source of `bits` bits, in runs with gaps.
 uint64_t bits_available(size_t bits, size_t first, size_t run, size_t gap) {
@@ -246,7 +230,7 @@ uint64_t bits_available(size_t bits, size_t first, size_t run, size_t gap) {
 
 class CopyNthBitsLevels : public LevelTest {};
 TEST_P(CopyNthBitsLevels, MatchTwin) {
-  const auto& level = level_table(vek::copy_nth_bits_kernels, GetParam());
+  const auto& level = table_of(vek::copy_nth_bits_kernels, GetParam());
   std::mt19937 gen(19);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
     unsigned shape = gen() % 4;
@@ -274,7 +258,7 @@ TEST_P(CopyNthBitsLevels, MatchTwin) {
   });
 }
 INSTANTIATE_TEST_SUITE_P(Levels, CopyNthBitsLevels, testing::ValuesIn(levels_of(vek::copy_nth_bits_kernels)),
-                         level_label);
+                         level_param_name);
 
 TEST(StridedKernels, CopyNthBitsTwinAgainstBitVector) {
   std::mt19937 gen(23);
@@ -309,7 +293,7 @@ TEST(StridedKernels, CopyNthBitsTwinAgainstBitVector) {
 
 class ExpandBitsLevels : public LevelTest {};
 TEST_P(ExpandBitsLevels, MatchTwin) {
-  const auto& level = level_table(vek::expand_bits_kernels, GetParam());
+  const auto& level = table_of(vek::expand_bits_kernels, GetParam());
   std::mt19937 gen(29);
   every_placement([&](size_t n, size_t misalignment, GuardSide side) {
     bool bytes_only = gen() % 2 == 0;
@@ -322,7 +306,7 @@ TEST_P(ExpandBitsLevels, MatchTwin) {
     ASSERT_TRUE(dest.same()) << "low " << low << ", high " << high;
   });
 }
-INSTANTIATE_TEST_SUITE_P(Levels, ExpandBitsLevels, testing::ValuesIn(levels_of(vek::expand_bits_kernels)), level_label);
+INSTANTIATE_TEST_SUITE_P(Levels, ExpandBitsLevels, testing::ValuesIn(levels_of(vek::expand_bits_kernels)), level_param_name);
 
 TEST(StridedKernels, ExpandTwinSpillsWithinTheWord) {
   const uint8_t source[] = {0xFF, 0x0F};

@@ -15,27 +15,11 @@
 #include "colour_signal/rgb12.h"
 #include "frame/cpu.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/kernel_levels.h"
 #include "tests/support/sweep.h"
 
 namespace {
 using Bytes = std::vector<uint8_t>;
-
-template <typename Table, size_t N>
-std::vector<vek::Level> levels_of(const vek::KernelFamily<Table, N>& family) {
-  std::vector<vek::Level> levels;
-  for (const auto& level : family.levels()) levels.push_back(level.level);
-  return levels;
-}
-
-template <typename Table, size_t N>
-const Table& table_of(const vek::KernelFamily<Table, N>& family, vek::Level level) {
-  for (const auto& candidate : family.levels()) {
-    if (candidate.level == level) return candidate.table;
-  }
-  return family.levels().back().table;  // not reached: the levels come from the family
-}
-
-std::string level_param_name(const testing::TestParamInfo<vek::Level>& info) { return vek::level_name(info.param); }
 
 const size_t kLargeCounts[] = {4096 + 37, 65536 + 5};
 

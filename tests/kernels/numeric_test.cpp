@@ -18,6 +18,7 @@
 #include "numeric/minmax.h"
 #include "numeric/scaling.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/kernel_levels.h"
 #include "tests/support/sweep.h"
 
 namespace {
@@ -35,23 +36,6 @@ std::vector<size_t> test_sizes() {
   sizes.insert(sizes.end(), std::begin(kLargeSizes), std::end(kLargeSizes));
   return sizes;
 }
-
-template <class Table, size_t N>
-std::vector<vek::Level> levels_of(const vek::KernelFamily<Table, N>& family) {
-  std::vector<vek::Level> levels;
-  for (const auto& level : family.levels()) levels.push_back(level.level);
-  return levels;
-}
-
-template <class Table, size_t N>
-const Table& table_of(const vek::KernelFamily<Table, N>& family, vek::Level level) {
-  for (const auto& candidate : family.levels()) {
-    if (candidate.level == level) return candidate.table;
-  }
-  return family.levels().back().table;
-}
-
-std::string level_test_name(const ::testing::TestParamInfo<vek::Level>& info) { return vek::level_name(info.param); }
 
 // A suite per kernel family, one instance per level; a level this CPU lacks
 // is skipped, not passed.
@@ -221,7 +205,7 @@ TEST_P(MinMaxLevel, OnlyWholeElementSizes) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, MinMaxLevel, ::testing::ValuesIn(levels_of(vek::minmax_kernels)), level_test_name);
+INSTANTIATE_TEST_SUITE_P(Levels, MinMaxLevel, ::testing::ValuesIn(levels_of(vek::minmax_kernels)), level_param_name);
 
 // -- scaling --------------------------------------------------------------------
 
@@ -293,7 +277,7 @@ TEST_P(ScaleU8Level, EveryByteValue) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, ScaleU8Level, ::testing::ValuesIn(levels_of(vek::scale_u8_kernels)),
-                         level_test_name);
+                         level_param_name);
 
 class ScaleU16Level : public LevelTest {
  protected:
@@ -328,7 +312,7 @@ TEST_P(ScaleU16Level, NegativeOrNaNFactorLeavesValuesAlone) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, ScaleU16Level, ::testing::ValuesIn(levels_of(vek::scale_u16_kernels)),
-                         level_test_name);
+                         level_param_name);
 
 // Every byte value against integer arithmetic: held at 255 from a factor of
 // 1 up, wrapped modulo 256 below it.
