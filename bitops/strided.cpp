@@ -9,7 +9,10 @@
 //                       (bits 3..6, 9..12, 15..18; the last byte's free bits become 0)
 //   block A5 01 00 80:  ExpandBitsVEK(dest, 4) writes FF 00 FF 00 00 FF 00 FF, 00 .. 00 FF, ...
 // The copies raise "NilObjectException" for a nil block; ExpandBitsVEK raises
-// nothing and answers False. Offsets must lie inside their blocks; a gather
+// nothing and answers False. CopyNthBytesVEK with no byte to copy answers True
+// whatever its offsets; CopyNthBitsVEK with no bit to copy answers True also
+// where the host gives no destination bytes to clear. Offsets must lie inside
+// their blocks; a gather
 // that runs past a block's end is cut back there (see each method). A block
 // that reports size 0 (one over a raw address) has no known end: the
 // caller's range is trusted.
@@ -237,9 +240,9 @@ bool CopyNthBytes(REALmemoryBlock block, REALmemoryBlock source, int32_t sourceO
   }
   auto* src = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(source));
   auto* dst = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
+  if (numberOfSteps <= 0 || byteCount == 0) return true;  // no byte to read, write or refuse
   if (src == nullptr || dst == nullptr) return false;
   if (sourceOffsetBytes < 0 || destinationOffsetBytes < 0 || byteCount < 0) return false;
-  if (numberOfSteps <= 0 || byteCount == 0) return true;
 
   // The output is cut back at the destination's end, inside a run if need be.
   int64_t out = vek::count_in_block(destinationOffsetBytes, int64_t{numberOfSteps} * byteCount,
@@ -650,9 +653,10 @@ bool CopyNthBits(REALmemoryBlock block, REALmemoryBlock source, int32_t sourceOf
   }
   auto* src = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(source));
   auto* dst = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
+  bool copying = numberOfSteps > 0 && bitCount > 0;
+  if (!copying && dst == nullptr) return true;  // nothing copied, and no byte to clear through
   if (src == nullptr || dst == nullptr) return false;
   if (sourceOffsetBits < 0 || destinationOffsetBits < 0) return false;
-  bool copying = numberOfSteps > 0 && bitCount > 0;
   if (!copying && destinationOffsetBits % 8 == 0) return true;  // nothing copied, nothing cleared
 
   int64_t dest_bits = int64_t{REALMemoryBlockGetSize(block)} * 8;

@@ -38,11 +38,9 @@ uintptr_t byte_address(REALmemoryBlock block, int64_t offset) {
   int32_t size = REALMemoryBlockGetSize(block);  // 0 for nil: not known
   if (offset < 0) return 0;
   if (size != 0 && offset > size) return 0;  // just past the last byte is still an address
-  uintptr_t base = 0;  // a nil block is taken as one at address 0
-  if (block != nullptr) {
-    base = reinterpret_cast<uintptr_t>(REALMemoryBlockGetPtr(block));
-    if (base == 0) return 0;  // a block without data has no bytes to point at
-  }
+  // A nil block, or one the host gives no data pointer for, is taken as one at
+  // address 0: the offset itself comes back.
+  uintptr_t base = block != nullptr ? reinterpret_cast<uintptr_t>(REALMemoryBlockGetPtr(block)) : 0;
   return base + static_cast<uintptr_t>(offset);
 }
 }  // namespace

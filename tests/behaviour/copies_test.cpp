@@ -200,7 +200,11 @@ TEST_P(Copies, HostReportsNoData) {
   plugin().method<FromHandle>(kFromHandle)(no_data, handle_to(bytes), 4, 0);
   EXPECT_EQ(this->bytes(block), kOneToTen);
   EXPECT_EQ(Bytes(bytes, bytes + 4), Bytes(4, 0xEE));
-  EXPECT_EQ(address_of(no_data, 0), 0u);
+  // Its bytes are taken to start at address 0, as a nil block's; its size still bounds the offset.
+  EXPECT_EQ(address_of(no_data, 3), 3u);
+  EXPECT_EQ(plugin().method<AddressPtr>(kAddressPtr)(no_data, 10), reinterpret_cast<void*>(10));
+  EXPECT_EQ(address_of(no_data, 11), 0u);
+  EXPECT_EQ(address_of(no_data, -1), 0u);
 }
 
 TEST_P(Copies, Addresses) {

@@ -207,8 +207,8 @@ Outcome run_other(Loaded& l, const OtherCall& call) {
 // Nothing to give: the neutral result, no byte of the block, the other block
 // or the raw bytes changed, and at most the plug-in's own refusal.
 // MinVEK and MaxVEK report whether the element size was theirs, also when
-// there was nothing to do.
-const std::set<std::string> kTrueWithNothingDone = {"MinVEK", "MaxVEK"};
+// there was nothing to do; the strided copies answer true for no run at all.
+const std::set<std::string> kTrueWithNothingDone = {"MinVEK", "MaxVEK", "CopyNthBytesVEK", "CopyNthBitsVEK"};
 
 bool neutral(const Outcome& o, const std::string& name) {
   const std::set<std::string> refusals = {"NilObjectException", "UnsupportedOperationException",

@@ -52,6 +52,8 @@ const GatherCase kGathers[] = {
      {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 2, 5, 8}},
     {"no steps", kNthBytes, counting(12), kEE, 0, 0, 2, 4, 0, true, kEE},
     {"negative steps", kNthBytes, counting(12), kEE, 0, 0, 2, 4, -3, true, kEE},
+    {"no steps from a negative offset", kNthBytes, counting(12), kEE, -1, -1, 2, 4, 0, true, kEE},
+    {"empty runs from a negative offset", kNthBytes, counting(12), kEE, -1, 0, 0, 4, 3, true, kEE},
     {"zero byte count", kNthBytes, counting(12), kEE, 0, 0, 0, 4, 3, true, kEE},
     {"negative byte count", kNthBytes, counting(12), kEE, 0, 0, -2, 4, 3, false, kEE},
     {"negative source offset", kNthBytes, counting(12), kEE, -1, 0, 2, 4, 3, false, kEE},
@@ -135,6 +137,9 @@ TEST_P(Strided, GathersRaiseForNilBlocks) {
     host().overrideReportedData(empty_handed, nullptr);
     EXPECT_FALSE(gather(empty_handed, some, 0, 0, 1, 1, 1));
     EXPECT_FALSE(gather(some, empty_handed, 0, 0, 1, 1, 1));
+    // No run to copy needs no pointer, and a byte to clear needs the destination's.
+    EXPECT_TRUE(gather(empty_handed, some, 0, 3, 1, 1, 0));
+    EXPECT_TRUE(gather(empty_handed, some, 0, 3, 0, 1, 1));
     EXPECT_NOTHING_RAISED(host());
   }
   EXPECT_EQ(bytes(some), (Bytes{1, 2, 3, 4}));
