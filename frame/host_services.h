@@ -15,8 +15,11 @@
 #include "frame/rb_handles.h"
 #include "frame/records.h"
 
-extern REALResolver gResolver;  // set first thing in REALPluginMain
+extern REALResolver gResolver;  // set by connect_host, first thing in REALPluginMain
 extern double rbversion;        // host version; 0.0 when the host does not say
+
+// Keeps the host's resolver and reads the host's version through it.
+void connect_host(REALResolver resolver);
 
 // Host versions at which the plug-in changes course. A host "from" a version
 // is one whose rbversion is at least that version.

@@ -115,8 +115,8 @@ void BuildExtensionModule() {
       std::free(getter);
       char* declaration = rewritten ? copy_text(buffer) : nullptr;
       if (declaration == nullptr) return abandon();
-      entries[built++] = {method.setter, nullptr, declaration, method.flags | kModuleEntryFlag, method.reserved1,
-                          method.reserved2};
+      entries[built++] = {method.setter, nullptr, declaration, method.flags | kModuleEntryFlag, method.reserved4,
+                          method.reserved5};
     }
     if (method.function != nullptr) {
       char* declaration = AddClassParameter(method.declaration, extension.name);
@@ -124,8 +124,8 @@ void BuildExtensionModule() {
         std::free(declaration);
         return abandon();
       }
-      entries[built++] = {method.function, nullptr, declaration, method.flags | kModuleEntryFlag, method.reserved1,
-                          method.reserved2};
+      entries[built++] = {method.function, nullptr, declaration, method.flags | kModuleEntryFlag, method.reserved4,
+                          method.reserved5};
     }
   }
   module->name = copy_text(name);
@@ -183,7 +183,7 @@ bool converted(const void* fixedTable, const void* sourceTable, intptr_t count) 
 }  // namespace
 
 // The version-9 record keeps the leading 25 words, in the same places, with
-// its tables in the shorter record layouts. Its words 12-13 and 19-20 name
+// its tables in the shorter record layouts. Its words 11-12 and 18-19 name
 // tables that no class here has; they stay null and 0.
 REALclassDefinition* FixClass(const REALclassDefinition* source) {
   // A whole current record, of which the caller copies the first 25 words.
@@ -200,7 +200,7 @@ REALclassDefinition* FixClass(const REALclassDefinition* source) {
   fixed->propertyCount = source->propertyCount;
   fixed->methods = FixMethods(source->methods, source->methodCount);
   fixed->methodCount = source->methodCount;
-  std::memcpy(fixed->reserved14, source->reserved14, sizeof fixed->reserved14);
+  std::memcpy(fixed->reserved13, source->reserved13, sizeof fixed->reserved13);
   fixed->classFlags = source->classFlags;
   fixed->sharedProperties = FixProperties(source->sharedProperties, source->sharedPropertyCount);
   fixed->sharedPropertyCount = source->sharedPropertyCount;

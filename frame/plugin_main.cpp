@@ -8,9 +8,6 @@
 #include "frame/modules.h"
 #include "frame/tables.h"
 
-REALResolver gResolver = nullptr;
-double rbversion = 0.0;
-
 namespace {
 int32_t record_version_for_host() {
   if (host_from(kHost2013_04)) return 13;
@@ -41,10 +38,9 @@ void register_class(REALclassDefinition* definition, void (*registrar)(REALclass
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
-  gResolver = resolver;
+  connect_host(resolver);
   if (resolver == nullptr) return;
-  // These two are asked for once, here, and not kept.
-  if (auto get_version = reinterpret_cast<double (*)()>(resolver("REALGetRBVersion"))) rbversion = get_version();
+  // Asked for once, here, and not kept.
   CurrentREALControlVersion = record_version_for_host();
   if (auto register_version = reinterpret_cast<void (*)(int32_t)>(resolver("RegisterPluginVersion"))) {
     register_version(CurrentREALControlVersion);

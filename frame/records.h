@@ -1,7 +1,8 @@
 // Definition records shared with the host. Every word is pointer-sized (four
 // bytes on i386, eight on x86-64) and integers are stored sign-extended, so
 // the same field order serves both targets. The host reads these records by
-// word position; do not reorder, insert or remove fields.
+// word position; do not reorder, insert or remove fields. Words are counted
+// from 0, as offsetof counts them.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +16,8 @@ struct REALmethodDefinition {
   const void* setter;       // called for an assignment; null when not assignable
   const char* declaration;  // the method's interface in the host language
   intptr_t flags;
-  intptr_t reserved1;  // carried unchanged
-  intptr_t reserved2;  // carried unchanged
+  intptr_t reserved4;  // carried unchanged
+  intptr_t reserved5;  // carried unchanged
 };
 
 // One property: 12 words.
@@ -44,18 +45,18 @@ struct REALclassDefinition {
   intptr_t propertyCount{};
   REALmethodDefinition* methods{};
   intptr_t methodCount{};
-  const void* otherTableA{};  // words 12-13: a table this plug-in leaves empty
+  const void* otherTableA{};  // words 11-12: a table this plug-in leaves empty
   intptr_t otherCountA{};
-  intptr_t reserved14[3]{};  // words 14-16
-  intptr_t reserved17[2]{};  // words 17-18
-  const void* otherTableB{};  // words 19-20: another table left empty
+  intptr_t reserved13[3]{};  // words 13-15
+  intptr_t reserved16[2]{};  // words 16-17
+  const void* otherTableB{};  // words 18-19: another table left empty
   intptr_t otherCountB{};
-  intptr_t classFlags{};  // word 21
-  REALproperty* sharedProperties{};  // words 22-23
+  intptr_t classFlags{};  // word 20
+  REALproperty* sharedProperties{};  // words 21-22
   intptr_t sharedPropertyCount{};
-  REALmethodDefinition* sharedMethods{};  // words 24-25
+  REALmethodDefinition* sharedMethods{};  // words 23-24
   intptr_t sharedMethodCount{};
-  intptr_t reserved26[4]{};  // words 26-29: no place in the version-9 layout
+  intptr_t reserved25[4]{};  // words 25-28: no place in the version-9 layout
 };
 
 // A module of methods: 24 words.
