@@ -7,11 +7,11 @@
 #include <cstring>
 
 #include "bitops/avx2.h"
-#include "bitops/range.h"
 #include "bitops/sse2.h"
 #include "bitops/strided.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace vek {
 using namespace sse2;
@@ -172,9 +172,8 @@ bool ExpandBitsVEK(REALmemoryBlock block, REALmemoryBlock dest, int32_t sourceBy
   // Whole groups of four source bytes, cut back to the bytes the source holds
   // and to those whose eight bytes the destination holds.
   int64_t count = (int64_t{sourceByteCount} + 3) / 4 * 4;
-  count = vek::count_in_block(0, count, REALMemoryBlockGetSize(block));
-  int32_t dest_size = REALMemoryBlockGetSize(dest);
-  if (dest_size > 0) count = std::min<int64_t>(count, dest_size / 8);
+  count = vek::items_trusting_unknown_size(REALMemoryBlockGetSize(block), 0, count);
+  count = vek::items_trusting_unknown_size(REALMemoryBlockGetSize(dest), 0, count, 8);
   if (count == 0) return false;
   vek::expand_bits_kernels.best().expand(dst, src, static_cast<size_t>(count), lowValue, highValue);
   return true;

@@ -14,12 +14,12 @@
 // Applied twice with the same arguments, each method restores the block.
 #include "bitops/avx2.h"
 #include "bitops/mirror.h"
-#include "bitops/range.h"
 #include "bitops/sse2.h"
 #include "bitops/swap_bytes.h"
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace vek {
 using namespace sse2;
@@ -108,7 +108,7 @@ void MirrorBitsInBytesVEK(REALmemoryBlock block, int32_t offsetByte, int32_t len
   }
   if (lengthByte <= 0) return;
   if (offsetByte < 0) return;
-  int64_t count = vek::count_in_block(offsetByte, lengthByte, REALMemoryBlockGetSize(block));
+  int64_t count = vek::items_trusting_unknown_size(REALMemoryBlockGetSize(block), offsetByte, lengthByte);
   if (count == 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
@@ -126,7 +126,7 @@ void MirrorBytesVEK(REALmemoryBlock block, int32_t offsetByte, int32_t lengthByt
   int32_t length = lengthByte < 0 ? size : lengthByte;  // a negative length: as many bytes as the block holds
   if (length <= 0) return;
   if (offsetByte < 0) return;
-  int64_t count = vek::count_in_block(offsetByte, length, size);
+  int64_t count = vek::items_trusting_unknown_size(size, offsetByte, length);
   if (count == 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
@@ -323,7 +323,7 @@ void MirrorBitsVEK(REALmemoryBlock block, int32_t offsetBit, int32_t lengthBit) 
   if (lengthBit <= 0) return;
   if (offsetBit < 0) return;
   int64_t bits_in_block = int64_t{REALMemoryBlockGetSize(block)} * 8;
-  int64_t count = vek::count_in_block(offsetBit, lengthBit, bits_in_block);
+  int64_t count = vek::items_trusting_unknown_size(bits_in_block, offsetBit, lengthBit);
   if (count < 2) return;  // no pair of bits to exchange
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;

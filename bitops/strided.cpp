@@ -15,12 +15,12 @@
 #include <cstring>
 
 #include "bitops/avx2.h"
-#include "bitops/range.h"
 #include "bitops/sse2.h"
 #include "bitops/strided.h"
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace vek {
 using namespace sse2;
@@ -240,8 +240,8 @@ bool CopyNthBytes(REALmemoryBlock block, REALmemoryBlock source, int32_t sourceO
   if (sourceOffsetBytes < 0 || destinationOffsetBytes < 0 || byteCount < 0) return false;
 
   // The output is cut back at the destination's end, inside a run if need be.
-  int64_t out = vek::count_in_block(destinationOffsetBytes, int64_t{numberOfSteps} * byteCount,
-                                    REALMemoryBlockGetSize(block));
+  int64_t out = vek::items_trusting_unknown_size(REALMemoryBlockGetSize(block), destinationOffsetBytes,
+                                                int64_t{numberOfSteps} * byteCount);
   if (out == 0) return false;
   int64_t runs = (out + byteCount - 1) / byteCount;
   // In the source, the first run starts inside and no run before its start;
@@ -254,7 +254,8 @@ bool CopyNthBytes(REALmemoryBlock block, REALmemoryBlock source, int32_t sourceO
     runs = std::min<int64_t>(runs, (source_size - 1 - sourceOffsetBytes) / stepCount + 1);
   }
   auto length = [&](int64_t k) {  // the bytes of run k both blocks hold
-    return vek::count_in_block(start(k), std::min<int64_t>(byteCount, out - k * byteCount), source_size);
+    return vek::items_trusting_unknown_size(source_size, start(k),
+                                            std::min<int64_t>(byteCount, out - k * byteCount));
   };
   auto copy_cut_run = [&](int64_t k) {
     int64_t n = length(k);

@@ -10,12 +10,12 @@
 #include <cstring>
 
 #include "bitops/avx2.h"
-#include "bitops/range.h"
 #include "bitops/sse2.h"
 #include "bitops/strided.h"
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace vek {
 using namespace sse2;
@@ -403,7 +403,8 @@ bool CopyNthBits(REALmemoryBlock block, REALmemoryBlock source, int32_t sourceOf
     int64_t source_bits = int64_t{REALMemoryBlockGetSize(source)} * 8;
     if (source_bits > 0 && sourceOffsetBits >= source_bits) return false;
     // The packed bits end at the destination's last bit...
-    total = vek::count_in_block(destinationOffsetBits, int64_t{numberOfSteps} * bitCount, dest_bits);
+    total = vek::items_trusting_unknown_size(dest_bits, destinationOffsetBits,
+                                             int64_t{numberOfSteps} * bitCount);
     if (source_bits > 0) {
       // ...or with the source's last bit, whichever comes first.
       int64_t room = source_bits - sourceOffsetBits;

@@ -15,11 +15,11 @@
 #include <cstring>
 
 #include "bitops/avx2.h"
-#include "bitops/range.h"
 #include "bitops/sse2.h"
 #include "bitops/swap_bytes.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace vek {
 using namespace sse2;
@@ -260,7 +260,7 @@ SwapRange swap_range(REALmemoryBlock block, int32_t offset, int32_t numBytes) {
   int32_t size = REALMemoryBlockGetSize(block);
   if (numBytes <= 0) return {};
   if (offset < 0) return {};
-  int64_t count = vek::count_in_block(offset, numBytes, size);
+  int64_t count = vek::items_trusting_unknown_size(size, offset, numBytes);
   if (count == 0) return {};
   if (data == nullptr) return {};
   return {data + offset, static_cast<size_t>(count)};

@@ -26,6 +26,7 @@
 
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 #include "frame/rb_bytes.h"
 
 namespace {
@@ -75,18 +76,14 @@ inline size_t aligned_start32(const uint8_t* p) { return 32 - reinterpret_cast<u
 // A position found by a kernel in the rest of the range, from its start.
 inline size_t found_after(size_t start, size_t found) { return found == vek::kNotFound ? found : start + found; }
 
-// How many bytes from `offset` a scan may read: `count`, cut back to the end
-// of a block of known size; -1 when the run starts outside the block or the
-// host reports a negative size. A size of 0 is not known and the caller's
-// count is trusted, short of positions an Integer cannot hold.
+// How many of `count` (above 0) bytes from `offset` a scan may read, or -1
+// when it may read none; in a block of unknown size, short of positions an
+// Integer cannot hold.
 int32_t scan_count(int32_t size, int32_t offset, int32_t count) {
-  if (offset < 0 || size < 0) return -1;
-  if (size > 0) {
-    if (offset >= size) return -1;
-    return count <= size - offset ? count : size - offset;
-  }
-  int64_t room = int64_t{INT32_MAX} - offset + 1;
-  return count <= room ? count : static_cast<int32_t>(room);
+  if (offset < 0) return -1;
+  int64_t run = vek::run_refusing_negative_size(size, offset, count);
+  if (run == 0) return -1;
+  return static_cast<int32_t>(std::min(run, int64_t{INT32_MAX} - offset + 1));
 }
 
 const uint8_t* block_data(REALmemoryBlock block) {
@@ -361,10 +358,9 @@ constinit KernelFamily<BytesEqualTable, 3> bytes_equal_kernels{{{
 }  // namespace vek
 
 namespace {
-// Whether `count` bytes from `offset` lie within a block. A size of 0 is not
-// known and the caller is trusted; a negative size holds nothing.
+// Whether `count` (above 0) bytes from `offset` lie wholly within a block.
 bool run_fits(int32_t size, int32_t offset, int32_t count) {
-  return size == 0 || (size > 0 && int64_t{offset} + count <= size);
+  return vek::run_refusing_negative_size(size, offset, count) == count;
 }
 }  // namespace
 
@@ -538,14 +534,14 @@ int32_t search_block(REALmemoryBlock block, int32_t srcOfs, int32_t maxBytes, co
   int32_t size = REALMemoryBlockGetSize(block);  // 0 for a nil block
   const uint8_t* data = block_data(block);
   int64_t max = maxBytes != 0 ? maxBytes : size;
-  int64_t end = int64_t{srcOfs} + max;
-  int64_t limit = size != 0 ? size : end;
-  if (limit <= srcOfs || length <= 0 || max <= 0 || srcOfs < 0) return -2;
+  if (length <= 0 || max <= 0 || srcOfs < 0) return -2;
+  int64_t run = vek::run_refusing_negative_size(size, srcOfs, max);
+  if (run == 0) return -2;
   if (data == nullptr || target == nullptr) return -2;  // nothing there to read
-  int64_t search_end = std::min({end, limit, int64_t{INT32_MAX}});
-  if (search_end - srcOfs < length) return -1;  // the target does not fit: no position is tried
-  size_t found = vek::find_bytes_kernels.best().find_bytes(
-      data + srcOfs, static_cast<size_t>(search_end - srcOfs), target, static_cast<size_t>(length));
+  run = std::min(run, int64_t{INT32_MAX} - srcOfs);  // positions an Integer can hold
+  if (run < length) return -1;  // the target does not fit: no position is tried
+  size_t found = vek::find_bytes_kernels.best().find_bytes(data + srcOfs, static_cast<size_t>(run), target,
+                                                           static_cast<size_t>(length));
   return found == vek::kNotFound ? -1 : srcOfs + static_cast<int32_t>(found);
 }
 }  // namespace
@@ -559,9 +555,10 @@ int32_t findBytes2(REALmemoryBlock block, int32_t srcOfs, int32_t maxBytes, REAL
                    int32_t targLen) {
   int32_t target_size = REALMemoryBlockGetSize(target);  // 0 for a nil target
   const uint8_t* target_data = block_data(target);
-  int64_t length = targLen > 0 ? targLen : int64_t{target_size} - targOfs;  // 0 or less: the rest
-  if (length <= 0 || targOfs < 0 || (target_size != 0 && targOfs >= target_size)) return -2;
-  if (target_size > 0 && length > target_size - targOfs) length = target_size - targOfs;  // cut at its end
+  if (targOfs < 0) return -2;
+  int64_t length = targLen > 0 ? vek::run_refusing_negative_size(target_size, targOfs, targLen)
+                               : vek::rest_of_block(target_size, targOfs);  // 0 or less: the rest
+  if (length <= 0) return -2;
   if (target_data == nullptr) return -2;
   return search_block(block, srcOfs, maxBytes, target_data + targOfs, length);
 }

@@ -17,9 +17,9 @@
 // nothing. Nothing here raises.
 #include <cstring>
 
-#include "blockops/run_in_block.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace {
 uint8_t* data_of(REALmemoryBlock block) { return static_cast<uint8_t*>(REALMemoryBlockGetPtr(block)); }
@@ -49,7 +49,8 @@ void copyBytes1(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, int32_t
   if (block == nullptr) return;
   if (numBytes <= 0 || srcOfs < 0 || destOfs < 0) return;
   int32_t size = REALMemoryBlockGetSize(block);
-  int32_t count = run_in_block(destOfs, run_in_block(srcOfs, numBytes, size), size);
+  int64_t count = vek::run_refusing_negative_size(size, srcOfs, numBytes);
+  count = vek::run_refusing_negative_size(size, destOfs, count);
   if (count <= 0) return;
   uint8_t* data = data_of(block);
   if (data == nullptr) return;
@@ -59,8 +60,8 @@ void copyBytes1(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, int32_t
 void copyBytes2(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, REALmemoryBlock destBlk, int32_t destOfs) {
   if (block == nullptr || destBlk == nullptr) return;
   if (numBytes <= 0 || srcOfs < 0 || destOfs < 0) return;
-  int32_t count = run_in_block(srcOfs, numBytes, REALMemoryBlockGetSize(block));
-  count = run_in_block(destOfs, count, REALMemoryBlockGetSize(destBlk));
+  int64_t count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), srcOfs, numBytes);
+  count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(destBlk), destOfs, count);
   if (count <= 0) return;
   uint8_t* source = data_of(block);
   uint8_t* destination = data_of(destBlk);
@@ -71,7 +72,7 @@ void copyBytes2(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, REALmem
 void toMacPtr(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, void* destPtr) {
   if (block == nullptr || destPtr == nullptr) return;
   if (numBytes <= 0 || srcOfs < 0) return;
-  int32_t count = run_in_block(srcOfs, numBytes, REALMemoryBlockGetSize(block));
+  int64_t count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), srcOfs, numBytes);
   if (count <= 0) return;
   uint8_t* source = data_of(block);
   if (source == nullptr) return;
@@ -81,7 +82,7 @@ void toMacPtr(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, void* des
 void fromMacPtr(REALmemoryBlock block, void* srcPtr, int32_t numBytes, int32_t destOfs) {
   if (block == nullptr || srcPtr == nullptr) return;
   if (numBytes <= 0 || destOfs < 0) return;
-  int32_t count = run_in_block(destOfs, numBytes, REALMemoryBlockGetSize(block));
+  int64_t count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), destOfs, numBytes);
   if (count <= 0) return;
   uint8_t* destination = data_of(block);
   if (destination == nullptr) return;
@@ -91,7 +92,7 @@ void fromMacPtr(REALmemoryBlock block, void* srcPtr, int32_t numBytes, int32_t d
 void toMacHdl(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, intptr_t destHandle) {
   if (block == nullptr || destHandle == 0) return;
   if (numBytes <= 0 || srcOfs < 0) return;
-  int32_t count = run_in_block(srcOfs, numBytes, REALMemoryBlockGetSize(block));
+  int64_t count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), srcOfs, numBytes);
   if (count <= 0) return;
   uint8_t* source = data_of(block);
   if (source == nullptr) return;
@@ -103,7 +104,7 @@ void toMacHdl(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes, intptr_t 
 void fromMacHdl(REALmemoryBlock block, intptr_t srcHandle, int32_t numBytes, int32_t destOfs) {
   if (block == nullptr || srcHandle == 0) return;
   if (numBytes <= 0 || destOfs < 0) return;
-  int32_t count = run_in_block(destOfs, numBytes, REALMemoryBlockGetSize(block));
+  int64_t count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), destOfs, numBytes);
   if (count <= 0) return;
   uint8_t* destination = data_of(block);
   if (destination == nullptr) return;

@@ -23,6 +23,7 @@
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 #include "frame/rb_bytes.h"
 #include "frame/rb_text.h"
 
@@ -32,21 +33,9 @@ constexpr int32_t kSpecBytes = 70;  // a classic FSSpec record
 
 uint8_t* block_data(REALmemoryBlock block) { return static_cast<uint8_t*>(REALMemoryBlockGetPtr(block)); }
 
-// Whether a field of `width` bytes at `offset` lies inside a block; a size of
-// 0 is not known and the caller is trusted.
+// Whether a field of `width` bytes at `offset` lies wholly inside a block.
 bool field_fits(int32_t size, int32_t offset, int32_t width) {
-  if (offset < 0 || size < 0) return false;
-  return size == 0 || int64_t{offset} + width <= size;
-}
-
-// How many of `count` bytes from `offset` lie in the block, or -1 when the
-// run starts past its end. `at_end_ok`: a run may start right at the end (and
-// hold nothing).
-int64_t run_in_block(int32_t size, int32_t offset, int64_t count, bool at_end_ok) {
-  if (offset < 0 || count < 0 || size < 0) return -1;
-  if (size == 0) return count;
-  if (offset > size || (offset == size && !at_end_ok)) return -1;
-  return std::min<int64_t>(count, size - offset);
+  return offset >= 0 && vek::run_refusing_negative_size(size, offset, width) == width;
 }
 }  // namespace
 
@@ -54,7 +43,8 @@ int64_t run_in_block(int32_t size, int32_t offset, int64_t count, bool at_end_ok
 
 REALstring getString(REALmemoryBlock block, int32_t offset, int32_t numBytes) {
   if (block == nullptr) return nullptr;
-  int64_t count = run_in_block(REALMemoryBlockGetSize(block), offset, numBytes, true);
+  if (offset < 0 || numBytes < 0) return nullptr;
+  int64_t count = vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), offset, numBytes);
   if (count <= 0) return nullptr;  // also what building no bytes gives
   const uint8_t* data = block_data(block);
   if (data == nullptr) return nullptr;
@@ -67,7 +57,8 @@ void setString(REALmemoryBlock block, REALstring str, int32_t offset) {
   if (str == nullptr) return;
   rbBytes text(str);  // its own bytes in its own encoding; no terminator is written
   if (text.size() <= 0 || text.data() == nullptr) return;
-  int64_t count = run_in_block(size, offset, text.size(), false);
+  if (offset < 0) return;
+  int64_t count = vek::run_refusing_negative_size(size, offset, text.size());
   if (count <= 0) return;
   uint8_t* data = block_data(block);
   if (data == nullptr) return;

@@ -17,10 +17,10 @@
 
 #include <cstring>
 
-#include "blockops/run_in_block.h"
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 int32_t GetBlockSize(REALmemoryBlock block, int32_t) {
   if (block == nullptr) return 0;
@@ -36,7 +36,7 @@ void fillbytes(REALmemoryBlock block, int32_t offset, int32_t count, int32_t val
   if (count <= 0) count = size;  // the rest of the block from `offset`, cut back below
   if (count <= 0) return;
   if (offset < 0) return;
-  count = run_in_block(offset, count, size);
+  count = static_cast<int32_t>(vek::run_refusing_negative_size(size, offset, count));
   if (count <= 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;
@@ -50,7 +50,7 @@ void InvertBytesVEK(REALmemoryBlock block, int32_t offset, int32_t count) {
   }
   if (count <= 0) return;
   if (offset < 0) return;
-  count = run_in_block(offset, count, REALMemoryBlockGetSize(block));
+  count = static_cast<int32_t>(vek::run_refusing_negative_size(REALMemoryBlockGetSize(block), offset, count));
   if (count <= 0) return;
   auto* data = static_cast<uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return;

@@ -12,14 +12,7 @@
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
-
-namespace {
-// The smaller of `length` and the bytes from `offset` to the end, without
-// forming offset + length, which may overflow.
-int32_t bytes_from(int32_t offset, int32_t length, int32_t size) {
-  return length <= size - offset ? length : size - offset;
-}
-}  // namespace
+#include "frame/ranges.h"
 
 REALmemoryBlock getMid1(REALmemoryBlock block, int32_t offset) {
   if (block == nullptr) {
@@ -27,11 +20,11 @@ REALmemoryBlock getMid1(REALmemoryBlock block, int32_t offset) {
     return nullptr;
   }
   if (offset < 0) return nullptr;
-  int32_t size = REALMemoryBlockGetSize(block);
-  if (size <= 0 || offset >= size) return nullptr;
+  int64_t count = vek::rest_of_block(REALMemoryBlockGetSize(block), offset);
+  if (count == 0) return nullptr;
   auto* data = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return nullptr;
-  return REALBuildMemoryblock(data + offset, size - offset);
+  return REALBuildMemoryblock(data + offset, static_cast<int32_t>(count));
 }
 
 REALmemoryBlock getMid2(REALmemoryBlock block, int32_t offset, int32_t length) {
@@ -41,11 +34,11 @@ REALmemoryBlock getMid2(REALmemoryBlock block, int32_t offset, int32_t length) {
   }
   if (length <= 0) return nullptr;
   if (offset < 0) return nullptr;
-  int32_t size = REALMemoryBlockGetSize(block);
-  if (size <= 0 || offset >= size) return nullptr;
+  int64_t count = vek::run_in_known_size(REALMemoryBlockGetSize(block), offset, length);
+  if (count == 0) return nullptr;
   auto* data = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return nullptr;
-  return REALBuildMemoryblock(data + offset, bytes_from(offset, length, size));
+  return REALBuildMemoryblock(data + offset, static_cast<int32_t>(count));
 }
 
 REALmemoryBlock getLeft(REALmemoryBlock block, int32_t length) {
@@ -54,11 +47,11 @@ REALmemoryBlock getLeft(REALmemoryBlock block, int32_t length) {
     return nullptr;
   }
   if (length <= 0) return nullptr;
-  int32_t size = REALMemoryBlockGetSize(block);
-  if (size <= 0) return nullptr;  // also what building 0 bytes would give
+  int64_t count = vek::run_in_known_size(REALMemoryBlockGetSize(block), 0, length);
+  if (count == 0) return nullptr;  // also what building 0 bytes would give
   auto* data = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return nullptr;
-  return REALBuildMemoryblock(data, length < size ? length : size);
+  return REALBuildMemoryblock(data, static_cast<int32_t>(count));
 }
 
 REALmemoryBlock getRight(REALmemoryBlock block, int32_t length) {
@@ -68,11 +61,11 @@ REALmemoryBlock getRight(REALmemoryBlock block, int32_t length) {
   }
   if (length <= 0) return nullptr;
   int32_t size = REALMemoryBlockGetSize(block);
-  if (size <= 0) return nullptr;
+  int64_t count = vek::run_in_known_size(size, 0, length);
+  if (count == 0) return nullptr;
   auto* data = static_cast<const uint8_t*>(REALMemoryBlockGetPtr(block));
   if (data == nullptr) return nullptr;
-  int32_t count = length < size ? length : size;
-  return REALBuildMemoryblock(data + size - count, count);
+  return REALBuildMemoryblock(data + size - count, static_cast<int32_t>(count));
 }
 
 REALmemoryBlock getAppend(REALmemoryBlock block, REALmemoryBlock other) {

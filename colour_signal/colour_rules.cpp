@@ -23,6 +23,7 @@
 
 #include "frame/builders.h"
 #include "frame/entry_points.h"
+#include "frame/ranges.h"
 #include "frame/rb_bytes.h"
 
 namespace {
@@ -30,13 +31,10 @@ namespace {
 // known size, all ⌈len/4⌉ of them in a block of size 0, none without data.
 size_t pixels_in_range(const rbBytes& bytes, int32_t offsetByte, int32_t length) {
   if (bytes.data() == nullptr) return 0;
-  int64_t size = bytes.size();
-  int64_t len = length > 0 ? length : size - offsetByte;
+  int64_t len = vek::length_or_rest(bytes.size(), offsetByte, length);
   if (len <= 0) return 0;
-  int64_t pixels = (len + 3) / 4;  // the last one may reach past the range
-  if (size == 0) return static_cast<size_t>(pixels);
-  int64_t whole = offsetByte < size ? (size - offsetByte) / 4 : 0;
-  return static_cast<size_t>(pixels < whole ? pixels : whole);
+  // the last pixel may reach past the range
+  return static_cast<size_t>(vek::items_trusting_unknown_size(bytes.size(), offsetByte, (len + 3) / 4, 4));
 }
 
 // A product outside the 32-bit range, or NaN, gives -2147483648, as the

@@ -28,16 +28,14 @@
 #include "frame/builders.h"
 #include "frame/entry_points.h"
 #include "frame/host_services.h"
+#include "frame/ranges.h"
 
 namespace {
 // Of `z` records from `offset` on, those wholly inside a block of `size`
 // bytes; a block of size 0 is trusted with all of them.
 size_t records_inside(int32_t size, int32_t offset, int32_t z) {
   if (z <= 0) return 0;
-  if (size <= 0) return static_cast<size_t>(z);
-  if (offset >= size) return 0;
-  int32_t whole = (size - offset) / 8;
-  return static_cast<size_t>(z < whole ? z : whole);
+  return static_cast<size_t>(vek::items_trusting_unknown_size(size, offset, z, 8));
 }
 
 uint8_t* block_data(REALmemoryBlock block) { return static_cast<uint8_t*>(REALMemoryBlockGetPtr(block)); }

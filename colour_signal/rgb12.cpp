@@ -17,6 +17,7 @@
 
 #include "frame/builders.h"
 #include "frame/entry_points.h"
+#include "frame/ranges.h"
 #include "frame/rb_bytes.h"
 
 void Convert12BitTo8Bit(REALmemoryBlock block, int32_t width) {
@@ -26,10 +27,8 @@ void Convert12BitTo8Bit(REALmemoryBlock block, int32_t width) {
   }
   rbBytes bytes(block);
   if (width <= 0 || bytes.data() == nullptr) return;
-  size_t groups = static_cast<size_t>(width);
-  size_t fit = static_cast<size_t>(bytes.size()) / 9;
-  if (bytes.size() > 0 && fit < groups) groups = fit;  // size 0: the caller's Width is trusted
-  vek::rgb12_kernels.best().convert(bytes.data(), bytes.data(), groups);
+  int64_t groups = vek::items_trusting_unknown_size(bytes.size(), 0, width, 9);  // whole groups of 9 bytes
+  vek::rgb12_kernels.best().convert(bytes.data(), bytes.data(), static_cast<size_t>(groups));
 }
 
 namespace vek {

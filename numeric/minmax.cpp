@@ -24,8 +24,8 @@
 
 #include "frame/builders.h"
 #include "frame/entry_points.h"
+#include "frame/ranges.h"
 #include "frame/rb_bytes.h"
-#include "numeric/block_range.h"
 
 namespace vek {
 namespace {
@@ -253,10 +253,11 @@ bool elementwise(vek::Extreme extreme, REALmemoryBlock block, void* firstMem, vo
   rbBytes bytes(block);
   vek::MinMaxKernel kernel = vek::minmax_kernel(vek::minmax_kernels.best(), bitSize, isSigned != 0, extreme);
   if (kernel == nullptr) return false;  // not an element size; the view still gives the block back
-  size_t count = numeric_range(bytes.data(), bytes.size(), offsetByte, lengthBytes) / static_cast<size_t>(bitSize / 8);
+  if (bytes.data() == nullptr) return true;  // no bytes, nothing to do
+  int64_t count = vek::whole_items_in_length(bytes.size(), offsetByte, lengthBytes, bitSize / 8);
   if (count == 0) return true;  // bytes behind the last whole element stay as they are
   kernel(bytes.data() + offsetByte, static_cast<const uint8_t*>(firstMem), static_cast<const uint8_t*>(secondMem),
-         count);
+         static_cast<size_t>(count));
   return true;
 }
 }  // namespace

@@ -23,8 +23,8 @@
 
 #include "frame/builders.h"
 #include "frame/entry_points.h"
+#include "frame/ranges.h"
 #include "frame/rb_bytes.h"
-#include "numeric/block_range.h"
 
 namespace vek {
 namespace {
@@ -358,9 +358,10 @@ void MultiplyUInt8VEK(REALmemoryBlock block, double factor, int32_t offsetByte, 
     return;
   }
   rbBytes bytes(block);
-  size_t length = numeric_range(bytes.data(), bytes.size(), offsetByte, lengthBytes);
+  if (bytes.data() == nullptr) return;
+  int64_t length = vek::whole_items_in_length(bytes.size(), offsetByte, lengthBytes, 1);
   if (length == 0) return;
-  vek::scale_u8_kernels.best().scale(bytes.data() + offsetByte, length, factor);
+  vek::scale_u8_kernels.best().scale(bytes.data() + offsetByte, static_cast<size_t>(length), factor);
 }
 
 namespace vek {
@@ -533,7 +534,8 @@ void MultiplyUInt16VEK(REALmemoryBlock block, double factor, int32_t offsetByte,
     return;
   }
   rbBytes bytes(block);
-  size_t values = numeric_range(bytes.data(), bytes.size(), offsetByte, lengthBytes) / 2;
+  if (bytes.data() == nullptr) return;
+  int64_t values = vek::whole_items_in_length(bytes.size(), offsetByte, lengthBytes, 2);
   if (values == 0) return;  // a last odd byte stays as it is
-  vek::scale_u16_kernels.best().scale(bytes.data() + offsetByte, values, factor);
+  vek::scale_u16_kernels.best().scale(bytes.data() + offsetByte, static_cast<size_t>(values), factor);
 }
