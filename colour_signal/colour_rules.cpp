@@ -48,14 +48,7 @@ int32_t truncated_bound(double product) {
 void Calc3te(REALmemoryBlock block, int32_t source1, int32_t source2, int32_t source3, int32_t source4,
              int32_t dest1, int32_t dest2, int32_t dest3, int32_t dest4, double tolerance, int32_t offsetByte,
              int32_t length) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
+  if (refuse_nil_block_or_negative_offset(block, offsetByte)) return;
   rbBytes bytes(block);
   size_t count = pixels_in_range(bytes, offsetByte, length);
   if (count == 0) return;
@@ -73,14 +66,7 @@ void Calc3te(REALmemoryBlock block, int32_t source1, int32_t source2, int32_t so
 }
 
 void Calc2teCMY(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, int32_t length, uint8_t withSum0) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
+  if (refuse_nil_block_or_negative_offset(block, offsetByte)) return;
   rbBytes bytes(block);
   size_t count = pixels_in_range(bytes, offsetByte, length);
   if (count == 0) return;
@@ -88,14 +74,7 @@ void Calc2teCMY(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, int
 }
 
 void Calc2teCMYK(REALmemoryBlock block, int32_t iByteMax, int32_t offsetByte, int32_t length, uint8_t withSum0) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
+  if (refuse_nil_block_or_negative_offset(block, offsetByte)) return;
   rbBytes bytes(block);
   size_t count = pixels_in_range(bytes, offsetByte, length);
   if (count == 0) return;

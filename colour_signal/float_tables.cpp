@@ -50,14 +50,7 @@ size_t records_of_both(REALmemoryBlock block, int32_t offsetByte, int32_t z, REA
 }  // namespace
 
 void CalcLogSweepTable(REALmemoryBlock block, int32_t offsetByte, int32_t z, int32_t lw1, int32_t lw2, double t) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
+  if (refuse_nil_block_or_negative_offset(block, offsetByte)) return;
   const double L = log(static_cast<double>(lw2) / static_cast<double>(lw1));
   const double K = (static_cast<double>(lw1) * 6.28318530718) / L;
   uint8_t* data = block_data(block);
@@ -67,40 +60,35 @@ void CalcLogSweepTable(REALmemoryBlock block, int32_t offsetByte, int32_t z, int
   vek::log_sweep(data + offsetByte, count, L, K, t);
 }
 
-void ConvertPolarToCartesian(REALmemoryBlock block, int32_t offsetByte, int32_t z, REALmemoryBlock polarData) {
+namespace {
+// The two conversions differ only in their kernel. A nil source is passed
+// over quietly, before the offset is looked at.
+void convert_pairs(REALmemoryBlock block, int32_t offsetByte, int32_t z, REALmemoryBlock pairs,
+                   void (*kernel)(const uint8_t*, uint8_t*, size_t)) {
   if (block == nullptr) {
     RaiseException("NilObjectException", "memoryblock is nil");
     return;
   }
-  if (polarData == nullptr) return;
+  if (pairs == nullptr) return;
   if (offsetByte < 0) {
     RaiseException("UnsupportedOperationException", "offset < 0");
     return;
   }
   uint8_t* data = block_data(block);
-  const uint8_t* source = block_data(polarData);
+  const uint8_t* source = block_data(pairs);
   if (data == nullptr || source == nullptr) return;
-  size_t count = records_of_both(block, offsetByte, z, polarData);
+  size_t count = records_of_both(block, offsetByte, z, pairs);
   if (count == 0) return;
-  vek::polar_to_cartesian(source, data + offsetByte, count);
+  kernel(source, data + offsetByte, count);
+}
+}  // namespace
+
+void ConvertPolarToCartesian(REALmemoryBlock block, int32_t offsetByte, int32_t z, REALmemoryBlock polarData) {
+  convert_pairs(block, offsetByte, z, polarData, vek::polar_to_cartesian);
 }
 
 void ConvertCartesianToPolar(REALmemoryBlock block, int32_t offsetByte, int32_t z, REALmemoryBlock cartesianData) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (cartesianData == nullptr) return;
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
-  uint8_t* data = block_data(block);
-  const uint8_t* source = block_data(cartesianData);
-  if (data == nullptr || source == nullptr) return;
-  size_t count = records_of_both(block, offsetByte, z, cartesianData);
-  if (count == 0) return;
-  vek::cartesian_to_polar(source, data + offsetByte, count);
+  convert_pairs(block, offsetByte, z, cartesianData, vek::cartesian_to_polar);
 }
 
 namespace vek {

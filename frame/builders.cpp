@@ -45,6 +45,18 @@ void RaiseException(const char* exceptionClassName, const char* message) {
   raise_with_text(exceptionClassName, text);
 }
 
+bool refuse_nil_block_or_negative_offset(REALmemoryBlock block, int32_t offset) {
+  if (block == nullptr) {
+    RaiseException("NilObjectException", "memoryblock is nil");
+    return true;
+  }
+  if (offset < 0) {
+    RaiseException("UnsupportedOperationException", "offset < 0");
+    return true;
+  }
+  return false;
+}
+
 namespace {
 void raise_block_allocation_failure(int32_t size) {
   char message[200];

@@ -12,6 +12,12 @@
 // returns its neutral result straight after.
 void RaiseException(const char* exceptionClassName, const char* message);
 
+// The first checks of the methods that raise for both, in their order: a nil
+// block raises "NilObjectException" "memoryblock is nil", a negative offset
+// "UnsupportedOperationException" "offset < 0". True when one was raised:
+// the caller then returns its neutral result.
+bool refuse_nil_block_or_negative_offset(REALmemoryBlock block, int32_t offset);
+
 // A new block holding a copy of `size` bytes, or nil. Nil data or a size
 // below 1 gives nil quietly; a block the host cannot make raises
 // "OutOfMemoryException".

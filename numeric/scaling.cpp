@@ -349,14 +349,7 @@ constinit KernelFamily<ScaleTable, 4> scale_u8_kernels{{{
 }  // namespace vek
 
 void MultiplyUInt8VEK(REALmemoryBlock block, double factor, int32_t offsetByte, int32_t lengthBytes) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
+  if (refuse_nil_block_or_negative_offset(block, offsetByte)) return;
   rbBytes bytes(block);
   if (bytes.data() == nullptr) return;
   int64_t length = vek::whole_items_in_length(bytes.size(), offsetByte, lengthBytes, 1);
@@ -525,14 +518,7 @@ constinit KernelFamily<ScaleTable, 3> scale_u16_kernels{{{
 }  // namespace vek
 
 void MultiplyUInt16VEK(REALmemoryBlock block, double factor, int32_t offsetByte, int32_t lengthBytes) {
-  if (block == nullptr) {
-    RaiseException("NilObjectException", "memoryblock is nil");
-    return;
-  }
-  if (offsetByte < 0) {
-    RaiseException("UnsupportedOperationException", "offset < 0");
-    return;
-  }
+  if (refuse_nil_block_or_negative_offset(block, offsetByte)) return;
   rbBytes bytes(block);
   if (bytes.data() == nullptr) return;
   int64_t values = vek::whole_items_in_length(bytes.size(), offsetByte, lengthBytes, 2);
