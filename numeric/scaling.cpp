@@ -171,18 +171,14 @@ void scale_by_rule_sse2(uint8_t* data, size_t count, const ProductRule& rule, co
   for (; at < count; ++at) data[at] = table[data[at]];
 }
 
-// At most 256 multiplications whatever the length.
-void scale_u8_table(uint8_t* data, size_t count, double factor) noexcept {
-  if (count < kTableFrom) {
-    scale_u8_scalar(data, count, factor);
-    return;
-  }
-  uint8_t table[256];
-  build_scale_u8_table(factor, table);
-  for (size_t i = 0; i < count; ++i) data[i] = table[data[i]];
-}
+using ByRule = void (*)(uint8_t* data, size_t count, const ProductRule& rule, const uint8_t* table);
+using ByTable = void (*)(uint8_t* data, size_t count, const uint8_t* table);
 
-void scale_u8_sse2(uint8_t* data, size_t count, double factor) noexcept {
+// Every level decides alike: a short run by the scalar twin; a longer one
+// through the table of the 256 products (at most 256 multiplications
+// whatever the length), applied by a fixed-point rule where one reproduces
+// the table exactly and the level has one, else looked up.
+void scale_u8_planned(uint8_t* data, size_t count, double factor, ByRule by_rule, ByTable by_table) {
   if (count < kTableFrom) {
     scale_u8_scalar(data, count, factor);
     return;
@@ -190,11 +186,23 @@ void scale_u8_sse2(uint8_t* data, size_t count, double factor) noexcept {
   uint8_t table[256];
   build_scale_u8_table(factor, table);
   ProductRule rule;
-  if (count >= kRuleFrom && find_product_rule(factor, table, rule)) {
-    scale_by_rule_sse2(data, count, rule, table);
+  if (by_rule != nullptr && count >= kRuleFrom && find_product_rule(factor, table, rule)) {
+    by_rule(data, count, rule, table);
     return;
   }
+  by_table(data, count, table);
+}
+
+void lookup_table(uint8_t* data, size_t count, const uint8_t* table) {
   for (size_t i = 0; i < count; ++i) data[i] = table[data[i]];
+}
+
+void scale_u8_table(uint8_t* data, size_t count, double factor) noexcept {
+  scale_u8_planned(data, count, factor, nullptr, lookup_table);
+}
+
+void scale_u8_sse2(uint8_t* data, size_t count, double factor) noexcept {
+  scale_u8_planned(data, count, factor, scale_by_rule_sse2, lookup_table);
 }
 
 // Any table, as 16 slices of 16 entries for the shuffle levels, each slice
@@ -223,18 +231,7 @@ void build_shuffle_slices(const uint8_t* table, uint8_t* slices) {
   return found;
 }
 
-[[gnu::target("ssse3")]] void scale_u8_ssse3(uint8_t* data, size_t count, double factor) noexcept {
-  if (count < kTableFrom) {
-    scale_u8_scalar(data, count, factor);
-    return;
-  }
-  uint8_t table[256];
-  build_scale_u8_table(factor, table);
-  ProductRule rule;
-  if (count >= kRuleFrom && find_product_rule(factor, table, rule)) {
-    scale_by_rule_sse2(data, count, rule, table);
-    return;
-  }
+[[gnu::target("ssse3")]] void lookup_table_ssse3(uint8_t* data, size_t count, const uint8_t* table) {
   alignas(16) uint8_t slices[256];
   build_shuffle_slices(table, slices);
   size_t at = 0;
@@ -245,6 +242,10 @@ void build_shuffle_slices(const uint8_t* table, uint8_t* slices) {
   }
   // remainder: fewer than 16 bytes, one lookup each
   for (; at < count; ++at) data[at] = table[data[at]];
+}
+
+void scale_u8_ssse3(uint8_t* data, size_t count, double factor) noexcept {
+  scale_u8_planned(data, count, factor, scale_by_rule_sse2, lookup_table_ssse3);
 }
 
 // How the AVX2 rule turns the 16-bit h into bytes: packing with unsigned
@@ -303,20 +304,13 @@ template <RuleEnd End>
   return found;
 }
 
-[[gnu::target("avx2")]] void scale_u8_avx2(uint8_t* data, size_t count, double factor) noexcept {
-  if (count < kTableFrom) {
-    scale_u8_scalar(data, count, factor);
-    return;
-  }
-  uint8_t table[256];
-  build_scale_u8_table(factor, table);
-  ProductRule rule;
-  if (count >= kRuleFrom && find_product_rule(factor, table, rule)) {
-    if (rule.negative) scale_by_rule_avx2<RuleEnd::NegateLowByte>(data, count, rule, table);
-    else if (rule.shift == 8) scale_by_rule_avx2<RuleEnd::HoldThenPack>(data, count, rule, table);
-    else scale_by_rule_avx2<RuleEnd::Pack>(data, count, rule, table);
-    return;
-  }
+void scale_by_any_rule_avx2(uint8_t* data, size_t count, const ProductRule& rule, const uint8_t* table) {
+  if (rule.negative) scale_by_rule_avx2<RuleEnd::NegateLowByte>(data, count, rule, table);
+  else if (rule.shift == 8) scale_by_rule_avx2<RuleEnd::HoldThenPack>(data, count, rule, table);
+  else scale_by_rule_avx2<RuleEnd::Pack>(data, count, rule, table);
+}
+
+[[gnu::target("avx2")]] void lookup_table_avx2(uint8_t* data, size_t count, const uint8_t* table) {
   alignas(16) uint8_t slices[256];
   build_shuffle_slices(table, slices);
   __m256i wide_slices[16];  // each slice in both 128-bit lanes, as vpshufb looks up within a lane
@@ -337,6 +331,10 @@ template <RuleEnd End>
   }
   _mm256_zeroupper();  // for the caller's SSE code
   for (; at < count; ++at) data[at] = table[data[at]];
+}
+
+void scale_u8_avx2(uint8_t* data, size_t count, double factor) noexcept {
+  scale_u8_planned(data, count, factor, scale_by_any_rule_avx2, lookup_table_avx2);
 }
 }  // namespace
 
