@@ -94,42 +94,60 @@ const uint8_t* block_data(REALmemoryBlock block) {
 // -- FindByteVEK, FindNotByteVEK ---------------------------------------------
 
 namespace vek {
-size_t find_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
+namespace {
+// FindByteVEK looks for the first byte equal to the value (kEqual), and
+// FindNotByteVEK for the first that differs: one loop, two tests.
+template <bool kEqual>
+size_t first_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
   for (size_t i = 0; i < size; ++i) {
-    if (data[i] == value) return i;
+    if ((data[i] == value) == kEqual) return i;
   }
   return kNotFound;
 }
 
-size_t find_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
-  if (size < 16) return find_byte_scalar(data, size, value);
+template <bool kEqual>
+size_t first_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  if (size < 16) return first_scalar<kEqual>(data, size, value);
   const __m128i wanted = _mm_set1_epi8(static_cast<char>(value));
+  auto hits = [&](__m128i v) { return byte_mask(_mm_cmpeq_epi8(v, wanted)) ^ (kEqual ? 0u : 0xFFFFu); };
   // head: the first 16 bytes, then on from a boundary
-  uint32_t head = byte_mask(_mm_cmpeq_epi8(load16(data), wanted));
+  uint32_t head = hits(load16(data));
   if (head != 0) return static_cast<size_t>(std::countr_zero(head));
   size_t i = aligned_start(data);
-  // main loop: 64 bytes a round, one branch for the four compares
+  // main loop: 64 bytes a round, one branch for the four compares (a lane of
+  // 0 in the and of the compares is a differing byte)
   for (; i + 64 <= size; i += 64) {
     __m128i a = _mm_cmpeq_epi8(load16_aligned(data + i), wanted);
     __m128i b = _mm_cmpeq_epi8(load16_aligned(data + i + 16), wanted);
     __m128i c = _mm_cmpeq_epi8(load16_aligned(data + i + 32), wanted);
     __m128i d = _mm_cmpeq_epi8(load16_aligned(data + i + 48), wanted);
-    if (byte_mask(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0) break;  // found below
+    if constexpr (kEqual) {
+      if (byte_mask(_mm_or_si128(_mm_or_si128(a, b), _mm_or_si128(c, d))) != 0) break;  // found below
+    } else {
+      if (byte_mask(_mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d))) != 0xFFFF) break;
+    }
   }
   // whole vectors left, and the round that holds a match
   for (; i + 16 <= size; i += 16) {
-    uint32_t mask = byte_mask(_mm_cmpeq_epi8(load16_aligned(data + i), wanted));
+    uint32_t mask = hits(load16_aligned(data + i));
     if (mask != 0) return i + static_cast<size_t>(std::countr_zero(mask));
   }
   // remainder
-  return found_after(i, find_byte_scalar(data + i, size - i, value));
+  return found_after(i, first_scalar<kEqual>(data + i, size - i, value));
 }
 
-[[gnu::target("avx2")]] size_t find_byte_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
-  if (size < 32) return find_byte_sse2(data, size, value);
+// The lanes that end the search, as a mask of bytes.
+template <bool kEqual>
+[[gnu::target("avx2"), gnu::always_inline]] inline uint32_t hits32(__m256i v, __m256i wanted) {
+  return byte_mask32(_mm256_cmpeq_epi8(v, wanted)) ^ (kEqual ? 0u : ~0u);
+}
+
+template <bool kEqual>
+[[gnu::target("avx2")]] size_t first_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  if (size < 32) return first_sse2<kEqual>(data, size, value);
   const __m256i wanted = _mm256_set1_epi8(static_cast<char>(value));
   // head: the first 32 bytes, then on from a boundary
-  uint32_t head = byte_mask32(_mm256_cmpeq_epi8(load32(data), wanted));
+  uint32_t head = hits32<kEqual>(load32(data), wanted);
   if (head != 0) return static_cast<size_t>(std::countr_zero(head));
   size_t i = aligned_start32(data);
   // main loop: 128 bytes a round, one test for the four compares
@@ -138,72 +156,40 @@ size_t find_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept 
     __m256i b = _mm256_cmpeq_epi8(load32_aligned(data + i + 32), wanted);
     __m256i c = _mm256_cmpeq_epi8(load32_aligned(data + i + 64), wanted);
     __m256i d = _mm256_cmpeq_epi8(load32_aligned(data + i + 96), wanted);
-    if (!all_zero32(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)))) break;  // found below
+    if constexpr (kEqual) {
+      if (!all_zero32(_mm256_or_si256(_mm256_or_si256(a, b), _mm256_or_si256(c, d)))) break;  // found below
+    } else {
+      if (~byte_mask32(_mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d))) != 0) break;
+    }
   }
   // whole vectors left, and the round that holds a match
   for (; i + 32 <= size; i += 32) {
-    uint32_t mask = byte_mask32(_mm256_cmpeq_epi8(load32_aligned(data + i), wanted));
+    uint32_t mask = hits32<kEqual>(load32_aligned(data + i), wanted);
     if (mask != 0) return i + static_cast<size_t>(std::countr_zero(mask));
   }
   // remainder, fewer than 32 bytes, by the SSE2 level
   _mm256_zeroupper();
-  return found_after(i, find_byte_sse2(data + i, size - i, value));
+  return found_after(i, first_sse2<kEqual>(data + i, size - i, value));
 }
+}  // namespace
 
+size_t find_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  return first_scalar<true>(data, size, value);
+}
+size_t find_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  return first_sse2<true>(data, size, value);
+}
+size_t find_byte_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  return first_avx2<true>(data, size, value);
+}
 size_t find_not_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
-  for (size_t i = 0; i < size; ++i) {
-    if (data[i] != value) return i;
-  }
-  return kNotFound;
+  return first_scalar<false>(data, size, value);
 }
-
 size_t find_not_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
-  if (size < 16) return find_not_byte_scalar(data, size, value);
-  const __m128i wanted = _mm_set1_epi8(static_cast<char>(value));
-  // head: the first 16 bytes, then on from a boundary
-  uint32_t head = byte_mask(_mm_cmpeq_epi8(load16(data), wanted)) ^ 0xFFFF;
-  if (head != 0) return static_cast<size_t>(std::countr_zero(head));
-  size_t i = aligned_start(data);
-  // main loop: 64 bytes a round; a lane of 0 in the compares is a different byte
-  for (; i + 64 <= size; i += 64) {
-    __m128i a = _mm_cmpeq_epi8(load16_aligned(data + i), wanted);
-    __m128i b = _mm_cmpeq_epi8(load16_aligned(data + i + 16), wanted);
-    __m128i c = _mm_cmpeq_epi8(load16_aligned(data + i + 32), wanted);
-    __m128i d = _mm_cmpeq_epi8(load16_aligned(data + i + 48), wanted);
-    if (byte_mask(_mm_and_si128(_mm_and_si128(a, b), _mm_and_si128(c, d))) != 0xFFFF) break;  // found below
-  }
-  // whole vectors left, and the round that holds a match
-  for (; i + 16 <= size; i += 16) {
-    uint32_t mask = byte_mask(_mm_cmpeq_epi8(load16_aligned(data + i), wanted)) ^ 0xFFFF;
-    if (mask != 0) return i + static_cast<size_t>(std::countr_zero(mask));
-  }
-  // remainder
-  return found_after(i, find_not_byte_scalar(data + i, size - i, value));
+  return first_sse2<false>(data, size, value);
 }
-
-[[gnu::target("avx2")]] size_t find_not_byte_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
-  if (size < 32) return find_not_byte_sse2(data, size, value);
-  const __m256i wanted = _mm256_set1_epi8(static_cast<char>(value));
-  // head: the first 32 bytes, then on from a boundary
-  uint32_t head = ~byte_mask32(_mm256_cmpeq_epi8(load32(data), wanted));
-  if (head != 0) return static_cast<size_t>(std::countr_zero(head));
-  size_t i = aligned_start32(data);
-  // main loop: 128 bytes a round; a lane of 0 in the compares is a different byte
-  for (; i + 128 <= size; i += 128) {
-    __m256i a = _mm256_cmpeq_epi8(load32_aligned(data + i), wanted);
-    __m256i b = _mm256_cmpeq_epi8(load32_aligned(data + i + 32), wanted);
-    __m256i c = _mm256_cmpeq_epi8(load32_aligned(data + i + 64), wanted);
-    __m256i d = _mm256_cmpeq_epi8(load32_aligned(data + i + 96), wanted);
-    if (~byte_mask32(_mm256_and_si256(_mm256_and_si256(a, b), _mm256_and_si256(c, d))) != 0) break;  // found below
-  }
-  // whole vectors left, and the round that holds a match
-  for (; i + 32 <= size; i += 32) {
-    uint32_t mask = ~byte_mask32(_mm256_cmpeq_epi8(load32_aligned(data + i), wanted));
-    if (mask != 0) return i + static_cast<size_t>(std::countr_zero(mask));
-  }
-  // remainder, fewer than 32 bytes, by the SSE2 level
-  _mm256_zeroupper();
-  return found_after(i, find_not_byte_sse2(data + i, size - i, value));
+size_t find_not_byte_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
+  return first_avx2<false>(data, size, value);
 }
 
 constinit KernelFamily<FindByteTable, 3> find_byte_kernels{{{
