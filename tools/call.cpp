@@ -31,7 +31,8 @@ const char* const kCallUsage =
     "           calls METHOD on the block (MemoryBlockVEK's members on a new instance)\n"
     "           and prints the result, any exception, and every block before and after\n"
     "           with the changed bytes marked. ARG and VALUE: 12, -1, 0x7F, 1.5,\n"
-    "           true, false, nil, '\"text\"', a block NAME, NAME+4 (an address in it),\n"
+    "           true, false, nil, '\"text\"', a block NAME (as a FolderItem: one whose\n"
+    "           record is the block's first 70 bytes), NAME+4 (an address in it),\n"
     "           '&NAME' (a handle to its bytes). \"= VALUE\" calls the setter.\n";
 
 namespace {
