@@ -4,7 +4,6 @@
 #include <cstring>
 #include <functional>
 #include <map>
-#include <regex>
 #include <set>
 
 #include "host/caller.h"
@@ -33,28 +32,47 @@ Kind declared(std::string type) {
   return kDeclaredTypes.at(type);
 }
 
+// Each "name as Type" of a text read as a stream of words; the result type's
+// name is ")".
+std::vector<std::pair<std::string, std::string>> as_pairs(const std::string& text) {
+  std::vector<std::string> w(1);
+  for (char c : text + " ") {
+    if (c == ' ' || c == ',' || c == '(' || c == ')') {
+      if (!w.back().empty()) w.emplace_back();
+      if (c == ')') {
+        w.back() = ")";
+        w.emplace_back();
+      }
+    } else {
+      w.back() += c;
+    }
+  }
+  std::vector<std::pair<std::string, std::string>> pairs;
+  for (size_t i = 1; i + 1 < w.size(); ++i) {
+    if (w[i] == "as" || w[i] == "As" || w[i] == "AS") pairs.emplace_back(w[i - 1], w[i + 1]);
+  }
+  return pairs;
+}
+
 // What a host calls the function with, read off its declaration and place.
 std::pair<std::vector<Kind>, Kind> expected_kinds(const Registered& r) {
   Kind receiver = r.owner == "MemoryBlock" ? Kind::MemoryBlock : Kind::Object;
-  static const std::regex as_type(R"((\w+)\s+as\s+(\w+))", std::regex::icase);
-  std::smatch m;
-  if (r.role == Role::Getter || r.role == Role::PropertySetter) {
-    std::regex_search(r.declaration, m, as_type);
-    if (r.role == Role::Getter) return {{receiver, Kind::Integer}, declared(m[2])};
-    return {{receiver, Kind::Integer, declared(m[2])}, Kind::None};
-  }
+  auto pairs = as_pairs(r.declaration);
+  if (r.role == Role::Getter) return {{receiver, Kind::Integer}, declared(pairs.at(0).second)};
+  if (r.role == Role::PropertySetter) return {{receiver, Kind::Integer, declared(pairs.at(0).second)}, Kind::None};
+
   std::vector<Kind> args;
   // The module form declares its receiver ("extends ref as MemoryBlock").
   if (r.owner == "MemoryBlock" || r.owner == "MemoryBlockVEK") args.push_back(receiver);
-  size_t close = std::min(r.declaration.find(')'), r.declaration.size());
-  std::string name = r.declaration.substr(0, r.declaration.find_first_of("( "));
-  std::string params = r.declaration.substr(0, close);
-  for (std::sregex_iterator it(params.begin(), params.end(), as_type), end; it != end; ++it) {
-    args.push_back(kAddressParameters.contains(name + " " + (*it)[1].str()) ? Kind::Address : declared((*it)[2]));
+  std::string method = r.declaration.substr(0, r.declaration.find_first_of("( "));
+  Kind result = Kind::None;
+  for (const auto& [name, type] : pairs) {
+    if (name == ")") {
+      result = declared(type);
+    } else {
+      args.push_back(kAddressParameters.contains(method + " " + name) ? Kind::Address : declared(type));
+    }
   }
-  static const std::regex result_type(R"(\bas\s+(\w+)\s*$)", std::regex::icase);
-  std::string rest = r.declaration.substr(close);
-  Kind result = std::regex_search(rest, m, result_type) ? declared(m[1]) : Kind::None;
   if (r.role == Role::Setter && r.declaration.find("assigns ") == std::string::npos) args.push_back(result);
   if (r.role == Role::Setter) result = Kind::None;
   return {args, result};
