@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
