@@ -4,7 +4,7 @@ set -eu
 # valgrind runs the 32-bit tests only with the symbols of the i386 C library
 # (libc6-dbg:i386), which needs the i386 architecture known to dpkg.
 dpkg --print-foreign-architectures | grep -qx i386 || dpkg --add-architecture i386
-packages="cmake make g++ g++-multilib googletest libbenchmark-dev binutils valgrind libc6-dbg:i386 clang libclang-rt-14-dev"
+packages="cmake make g++ g++-multilib googletest libbenchmark-dev binutils valgrind libc6-dbg:i386 clang libclang-rt-14-dev libffi-dev libffi-dev:i386"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

@@ -6,6 +6,8 @@
 //       declarations and flags, modules with their rewritten declarations.
 //   vekhost tour [PLUGIN]
 //       runs a short session of calls on real blocks, with hex dumps.
+//   vekhost call [--host-version V|none] [--plugin PATH] [--block ...]... METHOD [ARG]... [= VALUE]
+//       calls one registered method, built from its declaration (tools/call.cpp).
 //
 // PLUGIN defaults to the libmemoryblockvek.so of the build folder this
 // vekhost was built in.
@@ -21,6 +23,7 @@
 
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
+#include "tools/call.h"
 #include "tools/tour.h"
 
 namespace {
@@ -43,7 +46,8 @@ std::string default_plugin() {
 int usage() {
   std::fprintf(stderr,
                "usage: vekhost list [--host-version V|none] [--missing SERVICE]... [PLUGIN]\n"
-               "       vekhost tour [PLUGIN]\n");
+               "       vekhost tour [PLUGIN]\n%s",
+               kCallUsage);
   return 2;
 }
 
@@ -167,9 +171,11 @@ int tour(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::optional<Options> options = parse(argc, argv);
-  if (!options) return usage();
+  bool calling = argc > 2 && std::strcmp(argv[1], "call") == 0;
+  std::optional<Options> options;
+  if (!calling && !(options = parse(argc, argv))) return usage();
   try {
+    if (calling) return call_command(std::span(argv + 2, static_cast<size_t>(argc - 2)), default_plugin());
     return options->command == "list" ? list(*options) : tour(*options);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "vekhost: %s\n", error.what());
