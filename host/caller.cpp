@@ -338,4 +338,43 @@ const Registered& find_call(std::span<const Registered> calls, std::string_view 
   throw std::invalid_argument(std::string("no ") + role_name(role) + " registered as \"" + std::string(key) + "\"");
 }
 
+Value value_of(Kind kind, const Arg& arg) {
+  switch (kind) {
+    case Kind::Integer:
+    case Kind::Address:
+    case Kind::Int64:
+    case Kind::Boolean:
+      if (arg.type == Arg::Type::Integer) return {kind, arg.i};
+      break;
+    case Kind::UInt64:
+      if (arg.type == Arg::Type::Integer) return Value::uint64(static_cast<uint64_t>(arg.i));
+      break;
+    case Kind::Double:
+      if (arg.type == Arg::Type::Double) return Value::real(arg.d);
+      if (arg.type == Arg::Type::Integer) return Value::real(static_cast<double>(arg.i));
+      break;
+    case Kind::Ptr:
+    case Kind::String:
+    case Kind::MemoryBlock:
+    case Kind::FolderItem:
+    case Kind::Object:
+      if (arg.type == Arg::Type::Pointer) return Value::handle(kind, arg.p);
+      break;
+    case Kind::None: break;
+  }
+  throw std::invalid_argument(std::string("a plain value that cannot be ") + kind_name(kind));
+}
+
+Value call(const Registered& registered, std::initializer_list<Arg> args) {
+  const std::vector<Kind>& kinds = registered.signature.args;
+  if (args.size() != kinds.size()) {
+    throw std::invalid_argument(registered.declaration + " takes " + std::to_string(kinds.size()) +
+                                " arguments, not " + std::to_string(args.size()));
+  }
+  std::vector<Value> values;
+  size_t at = 0;
+  for (const Arg& arg : args) values.push_back(value_of(kinds[at++], arg));
+  return call(registered.function, registered.signature, values);
+}
+
 }  // namespace caller

@@ -17,6 +17,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "host/sim_host.h"
@@ -119,5 +120,30 @@ inline Value call(const Registered& registered, std::span<const Value> args) {
 inline Value call(const Registered& registered, std::initializer_list<Value> args) {
   return call(registered.function, registered.signature, std::span(args.begin(), args.size()));
 }
+
+// A plain value for a call whose kinds the declaration gives: an integer
+// (for Integer, Int64, UInt64, an address and a Boolean's byte), a double,
+// or a pointer (for Ptr and the handles; nullptr is nil). Tests and tools
+// write calls with these: call(method, {block, 2, 3}).
+struct Arg {
+  enum class Type { Integer, Double, Pointer } type;
+  int64_t i = 0;
+  double d = 0;
+  const void* p = nullptr;
+
+  template <class T>
+    requires std::is_integral_v<T>
+  Arg(T v) : type(Type::Integer), i(static_cast<int64_t>(v)) {}
+  Arg(double v) : type(Type::Double), d(v) {}
+  Arg(const void* v) : type(Type::Pointer), p(v) {}
+  Arg(std::nullptr_t) : type(Type::Pointer) {}
+};
+
+// The value of `kind` an argument stands for; std::invalid_argument when it
+// cannot be one (a pointer for an Integer, say).
+Value value_of(Kind kind, const Arg& arg);
+
+// Calls with plain values, each taken as the kind of its place.
+Value call(const Registered& registered, std::initializer_list<Arg> args);
 
 }  // namespace caller

@@ -22,6 +22,12 @@ void PluginTest::SetUp() {
   host_ = std::make_unique<SimHost>(config);
   plugin_ = std::make_unique<LoadedPlugin>(VEK_PLUGIN_PATH);
   plugin_->start(*host_);
+  calls_ = caller::registered_calls(host_->registry());
+}
+
+caller::Value PluginTest::call_as(caller::Role role, std::string_view declaration,
+                                  std::initializer_list<caller::Arg> args) {
+  return caller::call(caller::find_call(calls_, declaration, role), args);
 }
 
 void PluginTest::TearDown() {

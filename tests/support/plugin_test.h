@@ -12,8 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include "host/sim_host.h"
+#include "host/caller.h"
 #include "host/loaded_plugin.h"
+#include "host/sim_host.h"
 
 struct HostSetup {
   std::string name;
@@ -38,6 +39,20 @@ class PluginTest : public ::testing::TestWithParam<HostSetup> {
   SimHost& host() { return *host_; }
   const LoadedPlugin& plugin() { return *plugin_; }
 
+  // Calls a registered function by its declaration (a property by its
+  // name), as the host calls it: the block or object first, a setter's value
+  // last. A declaration the plug-in did not register throws.
+  //   EXPECT_TRUE(call(kNthBytes, dest, source, 0, 0, 2, 4, 3).i);
+  template <class... Args>
+  caller::Value call(std::string_view declaration, Args... args) {
+    return call_as(caller::Role::Method, declaration, {caller::Arg(args)...});
+  }
+  template <class... Args>
+  caller::Value set(std::string_view declaration, Args... args) {
+    return call_as(caller::Role::Setter, declaration, {caller::Arg(args)...});
+  }
+  caller::Value call_as(caller::Role role, std::string_view declaration, std::initializer_list<caller::Arg> args);
+
   REALmemoryBlock block(const Bytes& bytes) { return host_->newBlock(bytes); }
   Bytes bytes(REALmemoryBlock b) const {
     auto span = host_->bytes(b);
@@ -54,6 +69,7 @@ class PluginTest : public ::testing::TestWithParam<HostSetup> {
 
   std::unique_ptr<SimHost> host_;
   std::unique_ptr<LoadedPlugin> plugin_;
+  std::vector<caller::Registered> calls_;
   std::vector<const void*> taken_;
 };
 
