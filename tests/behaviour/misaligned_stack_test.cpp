@@ -16,7 +16,7 @@
 #include "tests/support/plugin_test.h"
 
 // Where esp pointed at the call that reached it.
-extern "C" uintptr_t vek_stack_at_call();
+extern "C" [[gnu::visibility("hidden")]] uintptr_t vek_stack_at_call();
 asm(R"(
         .pushsection .text
         .type vek_stack_at_call, @function
@@ -37,16 +37,19 @@ double weigh(int32_t a, double b, int64_t c, uint8_t d, int32_t e, int32_t f, in
 }
 int64_t widen(int64_t x) { return x * 3 + 1; }
 
+template <typename Fn>
+Fn* through_thunk(Fn* function) {
+  return reinterpret_cast<Fn*>(const_cast<void*>(misaligned_call::stand_in(reinterpret_cast<const void*>(function))));
+}
+
 TEST(MisalignedCall, GivesTheStackAskedForAndPassesArgumentsAndResults) {
   for (int misalignment : {0, 4, 8, 12}) {
     SCOPED_TRACE(misalignment);
     misaligned_call::reset(misalignment);
-    auto probe = reinterpret_cast<uintptr_t (*)()>(misaligned_call::stand_in(reinterpret_cast<const void*>(vek_stack_at_call)));
-    EXPECT_EQ(probe() % 16, uintptr_t(misalignment));
-    auto weighed = reinterpret_cast<decltype(&weigh)>(misaligned_call::stand_in(reinterpret_cast<const void*>(weigh)));
-    EXPECT_EQ(weighed(1, 0.5, int64_t{1} << 40, 200, -5, 6, 7, 8, 9, 10, 11), weigh(1, 0.5, int64_t{1} << 40, 200, -5, 6, 7, 8, 9, 10, 11));
-    auto widened = reinterpret_cast<decltype(&widen)>(misaligned_call::stand_in(reinterpret_cast<const void*>(widen)));
-    EXPECT_EQ(widened(int64_t{0x123456789}), widen(int64_t{0x123456789}));
+    EXPECT_EQ(through_thunk(vek_stack_at_call)() % 16, uintptr_t(misalignment));
+    EXPECT_EQ(through_thunk(weigh)(1, 0.5, int64_t{1} << 40, 200, -5, 6, 7, 8, 9, 10, 11),
+              weigh(1, 0.5, int64_t{1} << 40, 200, -5, 6, 7, 8, 9, 10, 11));
+    EXPECT_EQ(through_thunk(widen)(0x123456789), widen(0x123456789));
     EXPECT_EQ(misaligned_call::calls(), 3);
   }
 }
