@@ -50,7 +50,7 @@ void* LoadedPlugin::symbol_address(const char* name) const {
 
 void LoadedPlugin::start(const SimHost& host) {
   host_ = &host;
-  reinterpret_cast<void (*)(void* (*)(const char*))>(entry_)(&SimHost::resolver);
+  handOut<void(void* (*)(const char*))>(entry_)(&SimHost::resolver);
 
   const Registry& registry = host.registry();
   for (const ClassReg& extension : registry.extensions) {
@@ -104,4 +104,14 @@ const void* LoadedPlugin::findClassMember(std::string_view className, std::strin
     }
   }
   throw std::runtime_error("class " + std::string(className) + " has no member " + std::string(member));
+}
+
+const void* LoadedPlugin::findExtensionGetter(std::string_view property) const {
+  for (const ClassReg& extension : host_->registry().extensions) {
+    if (extension.name != "MemoryBlock") continue;
+    for (const PropertyReg& candidate : extension.properties) {
+      if (candidate.name == property) return candidate.getter;
+    }
+  }
+  return nullptr;
 }

@@ -31,6 +31,12 @@ class LoadedPlugin {
   // Loads the copy into the current host and calls REALPluginMain.
   void start(const SimHost& host);
 
+  // From now on every entry point this copy hands out, REALPluginMain in
+  // start() included, is `standIn(entry point)` instead: code of the test's
+  // own that calls the plug-in's function its own way (on an odd stack, say).
+  using StandIn = const void* (*)(const void* function);
+  void setStandIn(StandIn standIn) { standIn_ = standIn; }
+
   // The MemoryBlock extension, whichever way it was registered: a module
   // entry's declaration is given back without its "extends ref as
   // MemoryBlock" parameter, and a module's setter entry is joined to the
@@ -46,32 +52,45 @@ class LoadedPlugin {
   // register throws std::runtime_error.
   template <typename Fn>
   Fn* method(std::string_view declaration) const {
-    return reinterpret_cast<Fn*>(const_cast<void*>(find(declaration).function));
+    return handOut<Fn>(find(declaration).function);
   }
   template <typename Fn>
   Fn* setter(std::string_view declaration) const {
-    return reinterpret_cast<Fn*>(const_cast<void*>(find(declaration).setter));
+    return handOut<Fn>(find(declaration).setter);
   }
   template <typename Fn>
   Fn* global(std::string_view declaration) const {
-    return reinterpret_cast<Fn*>(const_cast<void*>(findGlobal(declaration)));
+    return handOut<Fn>(findGlobal(declaration));
   }
   // A method or property of a registered class, by declaration or name.
   template <typename Fn>
   Fn* classMember(std::string_view className, std::string_view member) const {
-    return reinterpret_cast<Fn*>(const_cast<void*>(findClassMember(className, member)));
+    return handOut<Fn>(findClassMember(className, member));
+  }
+  // The getter of a property of the MemoryBlock class extension, or null
+  // where the host took no extension (a host of modules).
+  template <typename Fn>
+  Fn* extensionGetter(std::string_view property) const {
+    return handOut<Fn>(findExtensionGetter(property));
   }
 
  private:
+  template <typename Fn>
+  Fn* handOut(const void* function) const {
+    if (function != nullptr && standIn_ != nullptr) function = standIn_(function);
+    return reinterpret_cast<Fn*>(const_cast<void*>(function));
+  }
   void* symbol_address(const char* name) const;
   const Extension& find(std::string_view declaration) const;
   const void* findGlobal(std::string_view declaration) const;
   const void* findClassMember(std::string_view className, std::string_view member) const;
+  const void* findExtensionGetter(std::string_view property) const;
 
   const SimHost* host_ = nullptr;
   void* dl_ = nullptr;
   void* entry_ = nullptr;
   std::vector<Extension> extensions_;
+  StandIn standIn_ = nullptr;
 };
 
 // Strips the module form's class parameter:

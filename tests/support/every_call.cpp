@@ -1,6 +1,9 @@
 #include "tests/support/every_call.h"
 
 #include <cstring>
+#include <span>
+
+#include <gtest/gtest.h>
 
 using B = REALmemoryBlock;
 using S = REALstring;
@@ -208,19 +211,6 @@ namespace {
 using SizeMethod = bool(REALobject, int64_t);
 using ObjectGetter = uint64_t(REALobject, int32_t);
 using MemoryGetter = B(REALobject, int32_t);
-
-// The extension property's getter, or null where the host took no class
-// extension.
-int32_t (*bytes_vek_getter(const SimHost& host))(B, int32_t) {
-  for (const ClassReg& extension : host.registry().extensions) {
-    for (const PropertyReg& property : extension.properties) {
-      if (property.name == "BytesVEK") {
-        return reinterpret_cast<int32_t (*)(B, int32_t)>(const_cast<void*>(property.getter));
-      }
-    }
-  }
-  return nullptr;
-}
 }  // namespace
 
 const std::map<std::string, OtherCall>& other_calls() {
@@ -241,7 +231,7 @@ const std::map<std::string, OtherCall>& other_calls() {
        }},
       {"BytesVEK",
        [](Caller& c) {
-         auto getter = bytes_vek_getter(c.host);
+         auto getter = c.plugin.extensionGetter<int32_t(B, int32_t)>("BytesVEK");
          return getter != nullptr ? int64_t{getter(c.other, 0)} : int64_t{-1};
        }},
       {"NewMemoryBlockFromPtrVEK(ptr as integer) as MemoryBlock",
@@ -256,4 +246,37 @@ const std::map<std::string, OtherCall>& other_calls() {
        }},
   };
   return table;
+}
+
+Workspace make_workspace(SimHost& host, const LoadedPlugin& plugin) {
+  return {make_caller(host, plugin), host.newBlock(64, 0x5A)};
+}
+
+namespace {
+std::vector<uint8_t> copy_of(std::span<const uint8_t> bytes) { return {bytes.begin(), bytes.end()}; }
+}  // namespace
+
+Seen run_every_call(Workspace& space, int rounds) {
+  Seen seen;
+  Caller& c = space.caller;
+  try {
+    for (int round = 0; round < rounds; ++round) {
+      for (const auto& [declaration, call] : extension_calls()) seen.results.emplace_back(declaration, call(c, space.block));
+      for (const auto& [name, call] : other_calls()) seen.results.emplace_back(name, call(c));
+    }
+  } catch (const std::exception& e) {
+    seen.failure = e.what();
+  }
+  seen.block = copy_of(c.host.bytes(space.block));
+  seen.other = copy_of(c.host.bytes(c.other));
+  seen.raw = copy_of({c.raw, 64});
+  return seen;
+}
+
+void expect_same(const Seen& seen, const Seen& expected) {
+  EXPECT_EQ(seen.failure, "");
+  EXPECT_EQ(seen.results, expected.results);
+  EXPECT_EQ(seen.block, expected.block);
+  EXPECT_EQ(seen.other, expected.other);
+  EXPECT_EQ(seen.raw, expected.raw);
 }

@@ -48,6 +48,28 @@ const std::map<std::string, Call>& extension_calls();
 using OtherCall = std::function<int64_t(Caller&)>;
 const std::map<std::string, OtherCall>& other_calls();
 
+// A run's own blocks: those of a caller and a 64-byte block of 0x5A.
+struct Workspace {
+  Caller caller;
+  REALmemoryBlock block;
+};
+Workspace make_workspace(SimHost& host, const LoadedPlugin& plugin);
+
+// What a run of every call saw: each call's result in order, then its
+// blocks' bytes.
+struct Seen {
+  std::vector<std::pair<std::string, int64_t>> results;
+  std::vector<uint8_t> block, other, raw;
+  std::string failure;  // a C++ exception that left a call
+};
+
+// Every extension call on the workspace's block, then every other call,
+// `rounds` times over.
+Seen run_every_call(Workspace& space, int rounds);
+
+// Fails the current test where `seen` differs from `expected`.
+void expect_same(const Seen& seen, const Seen& expected);
+
 // The exceptions a method of this plug-in may raise.
 extern const std::set<std::pair<std::string, std::string>> kOwnExceptions;
 
