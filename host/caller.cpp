@@ -365,7 +365,7 @@ Value value_of(Kind kind, const Arg& arg) {
   throw std::invalid_argument(std::string("a plain value that cannot be ") + kind_name(kind));
 }
 
-Value call(const Registered& registered, std::initializer_list<Arg> args) {
+Value call(const Registered& registered, std::span<const Arg> args, const void* function) {
   const std::vector<Kind>& kinds = registered.signature.args;
   if (args.size() != kinds.size()) {
     throw std::invalid_argument(registered.declaration + " takes " + std::to_string(kinds.size()) +
@@ -374,7 +374,7 @@ Value call(const Registered& registered, std::initializer_list<Arg> args) {
   std::vector<Value> values;
   size_t at = 0;
   for (const Arg& arg : args) values.push_back(value_of(kinds[at++], arg));
-  return call(registered.function, registered.signature, values);
+  return call(function != nullptr ? function : registered.function, registered.signature, values);
 }
 
 }  // namespace caller

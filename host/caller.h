@@ -143,7 +143,11 @@ struct Arg {
 // cannot be one (a pointer for an Integer, say).
 Value value_of(Kind kind, const Arg& arg);
 
-// Calls with plain values, each taken as the kind of its place.
-Value call(const Registered& registered, std::initializer_list<Arg> args);
+// Calls with plain values, each taken as the kind of its place; `function`
+// stands in for the registered one where given.
+Value call(const Registered& registered, std::span<const Arg> args, const void* function = nullptr);
+inline Value call(const Registered& registered, std::initializer_list<Arg> args) {
+  return call(registered, std::span(args.begin(), args.size()));
+}
 
 }  // namespace caller

@@ -36,6 +36,11 @@ class LoadedPlugin {
   // own that calls the plug-in's function its own way (on an odd stack, say).
   using StandIn = const void* (*)(const void* function);
   void setStandIn(StandIn standIn) { standIn_ = standIn; }
+  // What the host would call for one of this copy's functions: the function,
+  // or its stand-in.
+  const void* entryPoint(const void* function) const {
+    return function != nullptr && standIn_ != nullptr ? standIn_(function) : function;
+  }
 
   // The MemoryBlock extension, whichever way it was registered: a module
   // entry's declaration is given back without its "extends ref as
@@ -77,8 +82,7 @@ class LoadedPlugin {
  private:
   template <typename Fn>
   Fn* handOut(const void* function) const {
-    if (function != nullptr && standIn_ != nullptr) function = standIn_(function);
-    return reinterpret_cast<Fn*>(const_cast<void*>(function));
+    return reinterpret_cast<Fn*>(const_cast<void*>(entryPoint(function)));
   }
   void* symbol_address(const char* name) const;
   const Extension& find(std::string_view declaration) const;

@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 using B = REALmemoryBlock;
-using S = REALstring;
-using F = REALfolderItem;
 
 int64_t Caller::handed(const void* result) {
   if (result == nullptr) return 0;
@@ -26,7 +24,8 @@ Caller make_caller(SimHost& host, const LoadedPlugin& plugin) {
   uint8_t* raw = host.rawBuffer(64);
   uint8_t* handle = host.rawBuffer(sizeof(void*));
   std::memcpy(handle, &raw, sizeof raw);
-  return Caller{host, plugin, host.newBlock(64, 3), host.newString("ab", 0x600), host.newFolderItem({}), raw, handle};
+  return Caller{host,   plugin, host.newBlock(64, 3), host.newString("ab", 0x600), host.newFolderItem({}), raw,
+                handle, caller::registered_calls(host.registry())};
 }
 
 
@@ -37,145 +36,148 @@ int32_t within(Caller& c, B b, int32_t count) { return b != nullptr && c.host.si
 
 }  // namespace
 
+namespace {
+using Args = std::vector<caller::Arg>;
+
+// One extension method's ordinary call: the arguments after the block, and
+// for an assignable method the value assigned before the read.
+struct ExtensionRow {
+  const char* declaration;
+  Args (*args)(Caller& c, B b);
+  const void* (*assigned)(Caller& c) = nullptr;
+};
+
+int32_t records_of(Caller& c, B b) { return b != nullptr ? c.host.size(b) / 8 : 4; }
+
 // Ordinary arguments: small offsets and counts inside a 64-byte block.
+const ExtensionRow kExtensionRows[] = {
+    // a block of size 0 is trusted with the count: counts here fit the block
+    {"ConvertRGB12BitTo8BitVEK(Width as Integer)",
+     [](Caller& c, B b) -> Args { return {b != nullptr ? c.host.size(b) / 9 : 2}; }},
+    {"_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)",
+     [](Caller&, B) -> Args { return {1, 2, 3, 4, 5, 6, 7, 8, 0.1, 0, 0}; }},
+    {"_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
+     [](Caller&, B) -> Args { return {255, 0, 0, true}; }},
+    {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
+     [](Caller&, B) -> Args { return {255, 0, 0, true}; }},
+    {"_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)",
+     [](Caller& c, B b) -> Args { return {0, records_of(c, b), 1, 2, 4.0}; }},
+    {"_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)",
+     [](Caller& c, B b) -> Args { return {0, records_of(c, b), c.other}; }},
+    {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)",
+     [](Caller& c, B b) -> Args { return {0, records_of(c, b), c.other}; }},
+    {"MultiplyUInt16VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)",
+     [](Caller&, B) -> Args { return {1.5, 0, 0}; }},
+    {"MultiplyUInt8VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)",
+     [](Caller&, B) -> Args { return {1.5, 0, 0}; }},
+    // The rest of the block from 48: 16 bytes of the 64-byte block, none of an
+    // empty one (whose size 0 would make an explicit length the caller's).
+    {"MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
+     [](Caller& c, B) -> Args { return {c.raw, c.raw + 32, 8, false, 48, 0}; }},
+    {"MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
+     [](Caller& c, B) -> Args { return {c.raw, c.raw + 32, 8, false, 48, 0}; }},
+    {"MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)",
+     [](Caller& c, B b) -> Args { return {0, within(c, b, 8)}; }},
+    {"MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)", [](Caller&, B) -> Args { return {0, -1}; }},
+    {"MirrorBitsVEK(offsetBit as Integer, lengthBit as integer)",
+     [](Caller& c, B b) -> Args { return {3, within(c, b, 20)}; }},
+    {"AddressVEK(offset as Int64 = 0) as UInt64", [](Caller&, B) -> Args { return {0}; }},
+    {"AddressPtrVEK(offset as Int64 = 0) as Ptr", [](Caller&, B) -> Args { return {0}; }},
+    {"OSTypeVEK(offset as Integer) as String", [](Caller&, B) -> Args { return {4}; },
+     [](Caller& c) -> const void* { return c.text; }},
+    {"GetStringVEK(offset as Integer, numBytes as Integer) as String", [](Caller&, B) -> Args { return {2, 5}; }},
+    {"SetStringVEK(str as String, offset as Integer)", [](Caller& c, B) -> Args { return {c.text, 2}; }},
+    {"SwapBytesVEK(offset as Integer, numBytes as Integer)", [](Caller& c, B b) -> Args { return {1, within(c, b, 100)}; }},
+    {"SwapBytes16VEK(offset as Integer, numBytes as Integer)",
+     [](Caller& c, B b) -> Args { return {1, within(c, b, 100)}; }},
+    {"SwapBytes32VEK(offset as Integer, numBytes as Integer)",
+     [](Caller& c, B b) -> Args { return {1, within(c, b, 100)}; }},
+    {"BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean",
+     [](Caller& c, B) -> Args { return {0, 8, c.other, 0}; }},
+    {"BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean", [](Caller&, B) -> Args { return {0, 8}; }},
+    {"FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
+     [](Caller&, B) -> Args { return {0, 8, 0}; }},
+    {"FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
+     [](Caller&, B) -> Args { return {0, 8, 7}; }},
+    {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)", [](Caller&, B) -> Args { return {0, 4, 2}; }},
+    {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)",
+     [](Caller& c, B) -> Args { return {0, 4, c.other, 2}; }},
+    {"CopyBytesToMacPtrVEK(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)",
+     [](Caller& c, B) -> Args { return {0, 4, c.raw}; }},
+    {"CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)",
+     [](Caller& c, B) -> Args { return {c.raw, 4, 0}; }},
+    {"CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)",
+     [](Caller& c, B) -> Args { return {0, 4, reinterpret_cast<intptr_t>(c.handle)}; }},
+    {"CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)",
+     [](Caller& c, B) -> Args { return {reinterpret_cast<intptr_t>(c.handle), 4, 0}; }},
+    {"FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer",
+     [](Caller& c, B) -> Args { return {0, 0, c.text}; }},
+    {"FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer",
+     [](Caller& c, B) -> Args { return {0, 0, c.other, 0, 2}; }},
+    {"FSSpecVEK(offset as Integer) as FolderItem", [](Caller&, B) -> Args { return {0}; },
+     [](Caller& c) -> const void* { return c.folder; }},
+    {"MidVEK(offset as integer) as Memoryblock", [](Caller&, B) -> Args { return {3}; }},
+    {"MidVEK(offset As Integer, length As Integer) as Memoryblock", [](Caller&, B) -> Args { return {3, 100}; }},
+    {"LeftVEK(length as integer) as Memoryblock", [](Caller&, B) -> Args { return {100}; }},
+    {"RightVEK(length As Integer) as Memoryblock", [](Caller&, B) -> Args { return {100}; }},
+    {"AppendVEK(other as Memoryblock) as Memoryblock", [](Caller&, B b) -> Args { return {b}; }},
+    {"FillBytesVEK(offset as integer, count as integer, value as integer)", [](Caller&, B) -> Args { return {0, 0, 7}; }},
+    {"InvertBytesVEK(offset as integer, count as integer)", [](Caller&, B) -> Args { return {0, 8}; }},
+    {"CopyNthBytesVEK(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
+     [](Caller& c, B b) -> Args { return {c.other, 0, 0, 2, 4, within(c, b, 3)}; }},
+    {"CopyNthBitsVEK(source as memoryblock, SourceOffsetBits as integer, DestinationOffsetBits as integer, BitCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
+     [](Caller& c, B b) -> Args { return {c.other, 3, 0, 4, 2, within(c, b, 3)}; }},
+    {"ExpandBitsVEK(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, HighValue as integer = 255) as boolean",
+     [](Caller& c, B b) -> Args { return {c.other, within(c, b, 1), 0, 255}; }},
+};
+
+Args with_first(caller::Arg first, Args rest) {
+  rest.insert(rest.begin(), first);
+  return rest;
+}
+}  // namespace
+
+caller::Value Caller::invoke(std::string_view key, caller::Role role, std::span<const caller::Arg> args) {
+  const caller::Registered& registered = caller::find_call(calls, key, role);
+  return caller::call(registered, args, plugin.entryPoint(registered.function));
+}
+
+bool Caller::has(std::string_view key, caller::Role role) const {
+  for (const caller::Registered& r : calls) {
+    if (r.role == role && r.key == key) return true;
+  }
+  return false;
+}
+
+int64_t Caller::number(const caller::Value& result) {
+  switch (result.kind) {
+    case caller::Kind::None: return 0;
+    case caller::Kind::UInt64: return result.u != 0;
+    case caller::Kind::Ptr: return result.p != nullptr;
+    case caller::Kind::String:
+    case caller::Kind::MemoryBlock:
+    case caller::Kind::FolderItem:
+    case caller::Kind::Object: return handed(result.p);
+    default: return result.i;
+  }
+}
+
 const std::map<std::string, Call>& extension_calls() {
-  static const std::map<std::string, Call> table = {
-      {"ConvertRGB12BitTo8BitVEK(Width as Integer)",
-       [](Caller& c, B b) {
-         // a block of size 0 is trusted with the count: counts here fit the block
-         int32_t groups = b != nullptr ? c.host.size(b) / 9 : 2;
-         return c.plugin.method<void(B, int32_t)>("ConvertRGB12BitTo8BitVEK(Width as Integer)")(b, groups), int64_t{0};
-       }},
-      {"_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)",
-       [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, int32_t, double, int32_t, int32_t)>(
-             "_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)")(
-             b, 1, 2, 3, 4, 5, 6, 7, 8, 0.1, 0, 0);
-         return int64_t{0};
-       }},
-      {"_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
-       [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, uint8_t)>("_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)")(b, 255, 0, 0, 1);
-         return int64_t{0};
-       }},
-      {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
-       [](Caller& c, B b) {
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, uint8_t)>("_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)")(b, 255, 0, 0, 1);
-         return int64_t{0};
-       }},
-      {"_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)",
-       [](Caller& c, B b) {
-         int32_t records = b != nullptr ? c.host.size(b) / 8 : 4;
-         c.plugin.method<void(B, int32_t, int32_t, int32_t, int32_t, double)>("_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)")(b, 0, records, 1, 2, 4.0);
-         return int64_t{0};
-       }},
-      {"_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)",
-       [](Caller& c, B b) {
-         int32_t records = b != nullptr ? c.host.size(b) / 8 : 4;
-         c.plugin.method<void(B, int32_t, int32_t, B)>("_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)")(b, 0, records, c.other);
-         return int64_t{0};
-       }},
-      {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)",
-       [](Caller& c, B b) {
-         int32_t records = b != nullptr ? c.host.size(b) / 8 : 4;
-         c.plugin.method<void(B, int32_t, int32_t, B)>("_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)")(b, 0, records, c.other);
-         return int64_t{0};
-       }},
-      {"MultiplyUInt16VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)",
-       [](Caller& c, B b) {
-         c.plugin.method<void(B, double, int32_t, int32_t)>("MultiplyUInt16VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)")(b, 1.5, 0, 0);
-         return int64_t{0};
-       }},
-      {"MultiplyUInt8VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)",
-       [](Caller& c, B b) {
-         c.plugin.method<void(B, double, int32_t, int32_t)>("MultiplyUInt8VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)")(b, 1.5, 0, 0);
-         return int64_t{0};
-       }},
-      // The rest of the block from 48: 16 bytes of the 64-byte block, none of an
-      // empty one (whose size 0 would make an explicit length the caller's).
-      {"MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-       [](Caller& c, B b) {
-         return int64_t{c.plugin.method<bool(B, void*, void*, int32_t, uint8_t, int32_t, int32_t)>("MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean")(b, c.raw, c.raw + 32, 8, 0, 48, 0)};
-       }},
-      {"MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-       [](Caller& c, B b) {
-         return int64_t{c.plugin.method<bool(B, void*, void*, int32_t, uint8_t, int32_t, int32_t)>("MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean")(b, c.raw, c.raw + 32, 8, 0, 48, 0)};
-       }},
-      {"MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)")(b, 0, within(c, b, 8)), int64_t{0}; }},
-      {"MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)")(b, 0, -1), int64_t{0}; }},
-      {"MirrorBitsVEK(offsetBit as Integer, lengthBit as integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("MirrorBitsVEK(offsetBit as Integer, lengthBit as integer)")(b, 3, within(c, b, 20)), int64_t{0}; }},
-      {"AddressVEK(offset as Int64 = 0) as UInt64",
-       [](Caller& c, B b) { return int64_t(c.plugin.method<uint64_t(B, int64_t)>("AddressVEK(offset as Int64 = 0) as UInt64")(b, 0) != 0); }},
-      {"AddressPtrVEK(offset as Int64 = 0) as Ptr",
-       [](Caller& c, B b) { return int64_t(c.plugin.method<void*(B, int64_t)>("AddressPtrVEK(offset as Int64 = 0) as Ptr")(b, 0) != nullptr); }},
-      {"OSTypeVEK(offset as Integer) as String",
-       [](Caller& c, B b) {
-         c.plugin.setter<void(B, int32_t, S)>("OSTypeVEK(offset as Integer) as String")(b, 4, c.text);
-         return c.handed(c.plugin.method<S(B, int32_t)>("OSTypeVEK(offset as Integer) as String")(b, 4));
-       }},
-      {"GetStringVEK(offset as Integer, numBytes as Integer) as String",
-       [](Caller& c, B b) { return c.handed(c.plugin.method<S(B, int32_t, int32_t)>("GetStringVEK(offset as Integer, numBytes as Integer) as String")(b, 2, 5)); }},
-      {"SetStringVEK(str as String, offset as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, S, int32_t)>("SetStringVEK(str as String, offset as Integer)")(b, c.text, 2), int64_t{0}; }},
-      {"SwapBytesVEK(offset as Integer, numBytes as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("SwapBytesVEK(offset as Integer, numBytes as Integer)")(b, 1, within(c, b, 100)), int64_t{0}; }},
-      {"SwapBytes16VEK(offset as Integer, numBytes as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("SwapBytes16VEK(offset as Integer, numBytes as Integer)")(b, 1, within(c, b, 100)), int64_t{0}; }},
-      {"SwapBytes32VEK(offset as Integer, numBytes as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("SwapBytes32VEK(offset as Integer, numBytes as Integer)")(b, 1, within(c, b, 100)), int64_t{0}; }},
-      {"BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<bool(B, int32_t, int32_t, B, int32_t)>("BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean")(b, 0, 8, c.other, 0)}; }},
-      {"BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<bool(B, int32_t, int32_t)>("BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean")(b, 0, 8)}; }},
-      {"FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<int32_t(B, int32_t, int32_t, int32_t)>("FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer")(b, 0, 8, 0)}; }},
-      {"FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<int32_t(B, int32_t, int32_t, int32_t)>("FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer")(b, 0, 8, 7)}; }},
-      {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t, int32_t)>("CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)")(b, 0, 4, 2), int64_t{0}; }},
-      {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t, B, int32_t)>("CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)")(b, 0, 4, c.other, 2), int64_t{0}; }},
-      {"CopyBytesToMacPtrVEK(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t, void*)>("CopyBytesToMacPtrVEK(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)")(b, 0, 4, c.raw), int64_t{0}; }},
-      {"CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, void*, int32_t, int32_t)>("CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)")(b, c.raw, 4, 0), int64_t{0}; }},
-      {"CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t, intptr_t)>("CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)")(b, 0, 4, reinterpret_cast<intptr_t>(c.handle)), int64_t{0}; }},
-      {"CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, intptr_t, int32_t, int32_t)>("CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)")(b, reinterpret_cast<intptr_t>(c.handle), 4, 0), int64_t{0}; }},
-      {"FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<int32_t(B, int32_t, int32_t, S)>("FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer")(b, 0, 0, c.text)}; }},
-      {"FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<int32_t(B, int32_t, int32_t, B, int32_t, int32_t)>("FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer")(b, 0, 0, c.other, 0, 2)}; }},
-      {"FSSpecVEK(offset as Integer) as FolderItem",
-       [](Caller& c, B b) {
-         c.plugin.setter<void(B, int32_t, F)>("FSSpecVEK(offset as Integer) as FolderItem")(b, 0, c.folder);
-         return c.handed(c.plugin.method<F(B, int32_t)>("FSSpecVEK(offset as Integer) as FolderItem")(b, 0));
-       }},
-      {"MidVEK(offset as integer) as Memoryblock",
-       [](Caller& c, B b) { return c.handed(c.plugin.method<B(B, int32_t)>("MidVEK(offset as integer) as Memoryblock")(b, 3)); }},
-      {"MidVEK(offset As Integer, length As Integer) as Memoryblock",
-       [](Caller& c, B b) { return c.handed(c.plugin.method<B(B, int32_t, int32_t)>("MidVEK(offset As Integer, length As Integer) as Memoryblock")(b, 3, 100)); }},
-      {"LeftVEK(length as integer) as Memoryblock",
-       [](Caller& c, B b) { return c.handed(c.plugin.method<B(B, int32_t)>("LeftVEK(length as integer) as Memoryblock")(b, 100)); }},
-      {"RightVEK(length As Integer) as Memoryblock",
-       [](Caller& c, B b) { return c.handed(c.plugin.method<B(B, int32_t)>("RightVEK(length As Integer) as Memoryblock")(b, 100)); }},
-      {"AppendVEK(other as Memoryblock) as Memoryblock",
-       [](Caller& c, B b) { return c.handed(c.plugin.method<B(B, B)>("AppendVEK(other as Memoryblock) as Memoryblock")(b, b)); }},
-      {"FillBytesVEK(offset as integer, count as integer, value as integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t, int32_t)>("FillBytesVEK(offset as integer, count as integer, value as integer)")(b, 0, 0, 7), int64_t{0}; }},
-      {"InvertBytesVEK(offset as integer, count as integer)",
-       [](Caller& c, B b) { return c.plugin.method<void(B, int32_t, int32_t)>("InvertBytesVEK(offset as integer, count as integer)")(b, 0, 8), int64_t{0}; }},
-      {"CopyNthBytesVEK(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<bool(B, B, int32_t, int32_t, int32_t, int32_t, int32_t)>("CopyNthBytesVEK(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean")(b, c.other, 0, 0, 2, 4, within(c, b, 3))}; }},
-      {"CopyNthBitsVEK(source as memoryblock, SourceOffsetBits as integer, DestinationOffsetBits as integer, BitCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<bool(B, B, int32_t, int32_t, int32_t, int32_t, int32_t)>("CopyNthBitsVEK(source as memoryblock, SourceOffsetBits as integer, DestinationOffsetBits as integer, BitCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean")(b, c.other, 3, 0, 4, 2, within(c, b, 3))}; }},
-      {"ExpandBitsVEK(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, HighValue as integer = 255) as boolean",
-       [](Caller& c, B b) { return int64_t{c.plugin.method<bool(B, B, int32_t, int32_t, int32_t)>("ExpandBitsVEK(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, HighValue as integer = 255) as boolean")(b, c.other, within(c, b, 1), 0, 255)}; }},
-  };
+  static const std::map<std::string, Call> table = [] {
+    std::map<std::string, Call> calls;
+    for (const ExtensionRow& row : kExtensionRows) {
+      calls[row.declaration] = [&row](Caller& c, B b) {
+        Args args = with_first(b, row.args(c, b));
+        if (row.assigned != nullptr) {
+          Args set = args;
+          set.push_back(row.assigned(c));
+          c.invoke(row.declaration, caller::Role::Setter, set);
+        }
+        return c.number(c.invoke(row.declaration, caller::Role::Method, args));
+      };
+    }
+    return calls;
+  }();
   return table;
 }
 
@@ -207,42 +209,39 @@ const std::set<std::string> kTrustSizeZero = {
     "SetStringVEK(str as String, offset as Integer)",
     "FSSpecVEK(offset as Integer) as FolderItem",
 };
-namespace {
-using SizeMethod = bool(REALobject, int64_t);
-using ObjectGetter = uint64_t(REALobject, int32_t);
-using MemoryGetter = B(REALobject, int32_t);
-}  // namespace
-
 const std::map<std::string, OtherCall>& other_calls() {
+  using caller::Role;
   static const std::map<std::string, OtherCall> table = {
       {"MemoryBlockVEK",
        [](Caller& c) {
          REALobject object = c.host.newInstance("MemoryBlockVEK");
          if (object == nullptr) return int64_t{0};
-         auto member = [&](const char* name) { return c.plugin.classMember<void>("MemoryBlockVEK", name); };
-         int64_t made = reinterpret_cast<SizeMethod*>(member("Create(size as Int64) as boolean"))(object, 64);
-         made += reinterpret_cast<SizeMethod*>(member("Resize(Size as Int64) as boolean"))(object, 96);
-         made += reinterpret_cast<ObjectGetter*>(member("Address"))(object, 0) != 0;
-         made += reinterpret_cast<ObjectGetter*>(member("Size"))(object, 0) != 0;
-         made += c.handed(reinterpret_cast<MemoryGetter*>(member("Memory"))(object, 0));
-         reinterpret_cast<void (*)(REALobject)>(member("Close"))(object);
+         auto member = [&](const char* key, Role role, Args args) {
+           return c.number(c.invoke(key, role, with_first(object, std::move(args))));
+         };
+         int64_t made = member("Create(size as Int64) as boolean", Role::Method, {64});
+         made += member("Resize(Size as Int64) as boolean", Role::Method, {96});
+         made += member("Address", Role::Getter, {0}) != 0;
+         made += member("Size", Role::Getter, {0}) != 0;
+         made += member("Memory", Role::Getter, {0});
+         member("Close", Role::Method, {});
          c.host.release(object);
          return made;
        }},
       {"BytesVEK",
        [](Caller& c) {
-         auto getter = c.plugin.extensionGetter<int32_t(B, int32_t)>("BytesVEK");
-         return getter != nullptr ? int64_t{getter(c.other, 0)} : int64_t{-1};
+         if (!c.has("BytesVEK", Role::Getter)) return int64_t{-1};  // a host of modules takes no property
+         return c.number(c.invoke("BytesVEK", Role::Getter, Args{c.other, 0}));
        }},
       {"NewMemoryBlockFromPtrVEK(ptr as integer) as MemoryBlock",
        [](Caller& c) {
-         auto global = c.plugin.global<B(intptr_t)>("NewMemoryBlockFromPtrVEK(ptr as integer) as MemoryBlock");
-         return c.handed(global(reinterpret_cast<intptr_t>(c.raw)));
+         return c.number(c.invoke("NewMemoryBlockFromPtrVEK(ptr as integer) as MemoryBlock", Role::Method,
+                                  Args{reinterpret_cast<intptr_t>(c.raw)}));
        }},
       {"NewMemoryBlockWithBytesVEK(Data as Ptr, size as Integer) as MemoryBlock",
        [](Caller& c) {
-         auto global = c.plugin.global<B(void*, int32_t)>("NewMemoryBlockWithBytesVEK(Data as Ptr, size as Integer) as MemoryBlock");
-         return c.handed(global(c.raw, 16));
+         return c.number(c.invoke("NewMemoryBlockWithBytesVEK(Data as Ptr, size as Integer) as MemoryBlock",
+                                  Role::Method, Args{c.raw, 16}));
        }},
   };
   return table;

@@ -7,10 +7,12 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/caller.h"
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
 
@@ -24,8 +26,16 @@ struct Caller {
   REALfolderItem folder;
   uint8_t* raw;       // 64 guarded bytes
   uint8_t* handle;    // a master pointer to `raw`
+  std::vector<caller::Registered> calls;  // what the plug-in registered with this host
 
   int64_t handed(const void* result);
+  // A registered function by key and role, called through the plug-in's
+  // entry point for it (a stand-in where the test set one).
+  caller::Value invoke(std::string_view key, caller::Role role, std::span<const caller::Arg> args);
+  bool has(std::string_view key, caller::Role role) const;
+  // A result as a number: nothing is 0, a handle 1 (adopted and released),
+  // an address whether it is not 0.
+  int64_t number(const caller::Value& result);
 };
 
 // Bytes that differ from their neighbours, so a moved or lost byte shows.
