@@ -2,6 +2,9 @@
 # Every test: the 64-bit, the 32-bit and the sanitizer builds, the thread test
 # under ThreadSanitizer, then the 32-bit suite under valgrind beside a bounded
 # fuzz run (one core each); the first failure stops the run.
+# On a kernel that runs no i386 program the 32-bit tests run under qemu-i386
+# and valgrind takes the 64-bit suite instead (scripts/valgrind-x86.sh);
+# VEK_NO_I386=1 makes the whole run behave so on any kernel.
 set -eu
 cd "$(dirname "$0")/.."
 sh scripts/install-deps.sh
