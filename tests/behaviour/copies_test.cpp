@@ -50,7 +50,6 @@ struct CopyCase {
 const CopyCase kCopies[] = {
     {"overlap, moving up", 0, 4, 2, {1, 2, 1, 2, 3, 4, 7, 8, 9, 10}},
     {"overlap, moving down", 2, 4, 0, {3, 4, 5, 6, 5, 6, 7, 8, 9, 10}},
-    {"count 0", 0, 0, 5, kOneToTen},
     {"negative count", 0, -1, 5, kOneToTen},
     {"negative source", -1, 2, 0, kOneToTen},
     {"negative destination", 0, 2, -1, kOneToTen},
@@ -103,7 +102,6 @@ const RawCase kRawCases[] = {
     {"from a pointer, two fit", kFromPtr, 8, 4, kRaw, {1, 2, 3, 4, 5, 6, 7, 8, 0xA1, 0xA2}},
     {"to a handle", kToHandle, 0, 3, {1, 2, 3, 0xA4}, kOneToTen},
     {"from a handle, three fit", kFromHandle, 7, 4, kRaw, {1, 2, 3, 4, 5, 6, 7, 0xA1, 0xA2, 0xA3}},
-    {"to a pointer: negative count", kToPtr, 0, -4, kRaw, kOneToTen},
     {"to a pointer: negative offset", kToPtr, -1, 4, kRaw, kOneToTen},
     {"to a handle: negative offset", kToHandle, -1, 4, kRaw, kOneToTen},
     {"to a handle: offset at the end", kToHandle, 10, 4, kRaw, kOneToTen},
@@ -180,32 +178,27 @@ TEST_P(Copies, Addresses) {
   uint8_t* raw_bytes = raw(Bytes(4, 0));
   REALmemoryBlock over = host().ptrBlock(raw_bytes);
   const uint64_t data = reinterpret_cast<uintptr_t>(host().bytes(block).data());
-  const int64_t beyond_32_bits = (int64_t{1} << 32) + 7;
-  struct {
-    REALmemoryBlock block;
-    int64_t offset;
-    uint64_t expected;
-  } const cases[] = {
-      {block, 0, data},
-      {block, 10, data + 10},  // just past the last byte
-      {block, 11, 0},
-      {block, -1, 0},
-      {block, INT64_MAX, 0},
-      {negative, 0, 0},
-      {over, 1000, reinterpret_cast<uintptr_t>(raw_bytes) + 1000},  // size 0: no upper bound
-      // Nil and without data: a block at address 0 (of a size, if it has one).
-      {nullptr, 5, 5},
-      {nullptr, -5, 0},
-      {no_data, 10, 10},
-      {no_data, 11, 0},
-      // As wide as the host's addresses: a 32-bit host adds the low 32 bits.
-      {nullptr, beyond_32_bits, sizeof(void*) == 4 ? 7u : uint64_t(beyond_32_bits)},
+  // AddressVEK, which AddressPtrVEK must agree with.
+  auto address = [&](REALmemoryBlock b, int64_t offset) {
+    uint64_t result = call(kAddress, b, offset).u;
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(call(kAddressPtr, b, offset).p), uintptr_t(result)) << offset;
+    return result;
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.offset);
-    EXPECT_EQ(call(kAddress, c.block, c.offset).u, c.expected);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(call(kAddressPtr, c.block, c.offset).p), uintptr_t(c.expected));
-  }
+  EXPECT_EQ(address(block, 0), data);
+  EXPECT_EQ(address(block, 10), data + 10) << "just past the last byte";
+  EXPECT_EQ(address(block, 11), 0u);
+  EXPECT_EQ(address(block, -1), 0u);
+  EXPECT_EQ(address(block, INT64_MAX), 0u);
+  EXPECT_EQ(address(negative, 0), 0u);
+  EXPECT_EQ(address(over, 1000), reinterpret_cast<uintptr_t>(raw_bytes) + 1000) << "size 0: no upper bound";
+  // Nil and without data: a block at address 0 (of a size, if it has one).
+  EXPECT_EQ(address(nullptr, 5), 5u);
+  EXPECT_EQ(address(nullptr, -5), 0u);
+  EXPECT_EQ(address(no_data, 10), 10u);
+  EXPECT_EQ(address(no_data, 11), 0u);
+  // As wide as the host's addresses: a 32-bit host adds the low 32 bits.
+  const int64_t beyond_32_bits = (int64_t{1} << 32) + 7;
+  EXPECT_EQ(address(nullptr, beyond_32_bits), sizeof(void*) == 4 ? 7u : uint64_t(beyond_32_bits));
 }
 
 INSTANTIATE_ON_EVERY_HOST(Copies);
