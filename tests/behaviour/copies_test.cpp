@@ -2,6 +2,7 @@
 // AddressPtrVEK through the simulated host. None of them raises; the
 // fixture's TearDown checks that nothing was.
 #include <cstring>
+#include <string_view>
 
 #include "tests/support/plugin_test.h"
 
@@ -18,25 +19,16 @@ constexpr const char* kFromHandle =
 constexpr const char* kAddress = "AddressVEK(offset as Int64 = 0) as UInt64";
 constexpr const char* kAddressPtr = "AddressPtrVEK(offset as Int64 = 0) as Ptr";
 
-using Copy1 = void(REALmemoryBlock, int32_t, int32_t, int32_t);
-using Copy2 = void(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock, int32_t);
-using ToPtr = void(REALmemoryBlock, int32_t, int32_t, void*);
-using FromPtr = void(REALmemoryBlock, void*, int32_t, int32_t);
-using ToHandle = void(REALmemoryBlock, int32_t, int32_t, intptr_t);
-using FromHandle = void(REALmemoryBlock, intptr_t, int32_t, int32_t);
-using Address = uint64_t(REALmemoryBlock, int64_t);
-using AddressPtr = void*(REALmemoryBlock, int64_t);
-
 const Bytes kOneToTen = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
 constexpr int32_t kMax = 2147483647;
 
 class Copies : public PluginTest {
  protected:
-  // Raw bytes the caller owns, guarded, all 0xEE.
-  uint8_t* raw(size_t size) {
-    uint8_t* bytes = host().rawBuffer(size);
-    std::memset(bytes, 0xEE, size);
-    return bytes;
+  // Raw bytes the caller owns, guarded.
+  uint8_t* raw(const Bytes& bytes) {
+    uint8_t* p = host().rawBuffer(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), p);
+    return p;
   }
   // A master pointer to `bytes`, as a handle.
   intptr_t handle_to(uint8_t* bytes) {
@@ -44,20 +36,20 @@ class Copies : public PluginTest {
     std::memcpy(master, &bytes, sizeof bytes);
     return reinterpret_cast<intptr_t>(master);
   }
-  uint64_t address_of(REALmemoryBlock b, int64_t offset) { return plugin().method<Address>(kAddress)(b, offset); }
-  uint64_t data_address(REALmemoryBlock b) { return reinterpret_cast<uintptr_t>(host().bytes(b).data()); }
 };
 
-struct WithinCase {
+// A row whose expected bytes are six copies into a block of six zeros;
+// any other copies within the block, by both forms (the second with the
+// receiver as its destination).
+struct CopyCase {
   const char* name;
   int32_t src, count, dest;
   Bytes expected;
 };
 
-const WithinCase kWithin[] = {
+const CopyCase kCopies[] = {
     {"overlap, moving up", 0, 4, 2, {1, 2, 1, 2, 3, 4, 7, 8, 9, 10}},
     {"overlap, moving down", 2, 4, 0, {3, 4, 5, 6, 5, 6, 7, 8, 9, 10}},
-    {"count 0", 0, 0, 5, kOneToTen},
     {"negative count", 0, -1, 5, kOneToTen},
     {"negative source", -1, 2, 0, kOneToTen},
     {"negative destination", 0, 2, -1, kOneToTen},
@@ -66,171 +58,147 @@ const WithinCase kWithin[] = {
     {"the shorter cut wins", 7, kMax, 5, {1, 2, 3, 4, 5, 8, 9, 10, 9, 10}},
     {"source at the end", 10, 1, 0, kOneToTen},
     {"destination at the end", 0, 1, 10, kOneToTen},
+    {"into: inside both", 2, 3, 1, {0, 3, 4, 5, 0, 0}},
+    {"into: destination cut at its end", 0, 10, 2, {0, 0, 1, 2, 3, 4}},
+    {"into: source cut at its end", 8, 10, 0, {9, 10, 0, 0, 0, 0}},
+    {"into: destination offset at its end", 0, 1, 6, Bytes(6, 0)},
 };
 
-TEST_P(Copies, WithinTheBlock) {
-  for (const WithinCase& c : kWithin) {
+TEST_P(Copies, Blocks) {
+  for (const CopyCase& c : kCopies) {
+    SCOPED_TRACE(c.name);
+    REALmemoryBlock one = block(kOneToTen);
+    if (c.expected.size() == 6) {
+      REALmemoryBlock six = host().newBlock(6);
+      call(kCopy2, one, c.src, c.count, six, c.dest);
+      EXPECT_EQ(bytes(six), c.expected);
+      EXPECT_EQ(bytes(one), kOneToTen);
+      continue;
+    }
+    call(kCopy1, one, c.src, c.count, c.dest);
+    EXPECT_EQ(bytes(one), c.expected);
+    REALmemoryBlock two = block(kOneToTen);
+    call(kCopy2, two, c.src, c.count, two, c.dest);
+    EXPECT_EQ(bytes(two), c.expected);
+  }
+}
+
+// Between the block and raw memory: the To methods read the block from
+// `offset`, the From methods write it there. A handle's bytes are those its
+// master pointer points at.
+struct RawCase {
+  const char* name;
+  const char* declaration;
+  int32_t offset, count;
+  Bytes raw, block;  // afterwards, from A1 A2 A3 A4 and 1..10
+};
+
+const Bytes kRaw = {0xA1, 0xA2, 0xA3, 0xA4};
+
+const RawCase kRawCases[] = {
+    {"to a pointer", kToPtr, 3, 2, {4, 5, 0xA3, 0xA4}, kOneToTen},
+    {"to a pointer, cut at the block's end", kToPtr, 8, 100, {9, 10, 0xA3, 0xA4}, kOneToTen},
+    {"from a pointer", kFromPtr, 0, 2, kRaw, {0xA1, 0xA2, 3, 4, 5, 6, 7, 8, 9, 10}},
+    {"from a pointer, two fit", kFromPtr, 8, 4, kRaw, {1, 2, 3, 4, 5, 6, 7, 8, 0xA1, 0xA2}},
+    {"to a handle", kToHandle, 0, 3, {1, 2, 3, 0xA4}, kOneToTen},
+    {"from a handle, three fit", kFromHandle, 7, 4, kRaw, {1, 2, 3, 4, 5, 6, 7, 0xA1, 0xA2, 0xA3}},
+    {"to a pointer: negative offset", kToPtr, -1, 4, kRaw, kOneToTen},
+    {"to a handle: negative offset", kToHandle, -1, 4, kRaw, kOneToTen},
+    {"to a handle: offset at the end", kToHandle, 10, 4, kRaw, kOneToTen},
+    {"from a pointer: negative count", kFromPtr, 0, -4, kRaw, kOneToTen},
+    {"from a pointer: negative offset", kFromPtr, -1, 4, kRaw, kOneToTen},
+    {"from a pointer: offset at the end", kFromPtr, 10, 4, kRaw, kOneToTen},
+    {"from a handle: negative offset", kFromHandle, -1, 4, kRaw, kOneToTen},
+};
+
+TEST_P(Copies, RawMemory) {
+  for (const RawCase& c : kRawCases) {
     SCOPED_TRACE(c.name);
     REALmemoryBlock block = this->block(kOneToTen);
-    plugin().method<Copy1>(kCopy1)(block, c.src, c.count, c.dest);
-    EXPECT_EQ(bytes(block), c.expected);
-    // The same through the other form, with the receiver as destination.
-    REALmemoryBlock again = this->block(kOneToTen);
-    plugin().method<Copy2>(kCopy2)(again, c.src, c.count, again, c.dest);
-    EXPECT_EQ(bytes(again), c.expected);
+    uint8_t* bytes = raw(kRaw);
+    std::string_view declaration = c.declaration;
+    caller::Arg other = declaration.find("Handle") != declaration.npos ? caller::Arg(handle_to(bytes)) : bytes;
+    if (declaration.starts_with("CopyBytesTo")) {
+      call(c.declaration, block, c.offset, c.count, other);
+    } else {
+      call(c.declaration, block, other, c.count, c.offset);
+    }
+    EXPECT_EQ(Bytes(bytes, bytes + 4), c.raw);
+    EXPECT_EQ(this->bytes(block), c.block);
   }
-}
-
-struct IntoCase {
-  const char* name;
-  int32_t src, count, dest;
-  Bytes expected;  // the six-byte destination, from zeros
-};
-
-const IntoCase kInto[] = {
-    {"inside both", 2, 3, 1, {0, 3, 4, 5, 0, 0}},
-    {"destination cut at its end", 0, 10, 2, {0, 0, 1, 2, 3, 4}},
-    {"source cut at its end", 8, 10, 0, {9, 10, 0, 0, 0, 0}},
-    {"destination offset at its end", 0, 1, 6, Bytes(6, 0)},
-    {"source offset at its end", 10, 1, 0, Bytes(6, 0)},
-    {"negative count", 0, -4, 0, Bytes(6, 0)},
-    {"negative destination offset", 0, 4, -2, Bytes(6, 0)},
-};
-
-TEST_P(Copies, IntoAnotherBlock) {
+  // A nil pointer, handle 0 and a handle holding nil change nothing.
   REALmemoryBlock block = this->block(kOneToTen);
-  for (const IntoCase& c : kInto) {
-    SCOPED_TRACE(c.name);
-    REALmemoryBlock six = host().newBlock(6);
-    plugin().method<Copy2>(kCopy2)(block, c.src, c.count, six, c.dest);
-    EXPECT_EQ(bytes(six), c.expected);
+  intptr_t to_nil = handle_to(nullptr);
+  call(kToPtr, block, 0, 4, nullptr);
+  call(kFromPtr, block, nullptr, 4, 0);
+  for (intptr_t handle : {intptr_t{0}, to_nil}) {
+    call(kToHandle, block, 0, 4, handle);
+    call(kFromHandle, block, handle, 4, 0);
   }
-  REALmemoryBlock ten = host().newBlock(10);
-  plugin().method<Copy2>(kCopy2)(block, 0, 10, ten, 0);
-  EXPECT_EQ(bytes(ten), kOneToTen);
   EXPECT_EQ(bytes(block), kOneToTen);
-}
-
-TEST_P(Copies, NilBlocksChangeNothing) {
-  REALmemoryBlock block = this->block(kOneToTen);
-  uint8_t* bytes = raw(8);
-  plugin().method<Copy2>(kCopy2)(block, 0, 4, nullptr, 0);
-  plugin().method<Copy2>(kCopy2)(nullptr, 0, 4, block, 0);
-  plugin().method<Copy1>(kCopy1)(nullptr, 0, 4, 2);
-  plugin().method<ToPtr>(kToPtr)(nullptr, 0, 4, bytes);
-  plugin().method<FromPtr>(kFromPtr)(nullptr, bytes, 4, 0);
-  plugin().method<ToHandle>(kToHandle)(nullptr, 0, 4, handle_to(bytes));
-  plugin().method<FromHandle>(kFromHandle)(nullptr, handle_to(bytes), 4, 0);
-  EXPECT_EQ(this->bytes(block), kOneToTen);
-  EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes(8, 0xEE));
-  EXPECT_BALANCED(host());
-}
-
-TEST_P(Copies, RawPointers) {
-  REALmemoryBlock block = this->block(kOneToTen);
-  uint8_t* p = raw(4);
-  plugin().method<ToPtr>(kToPtr)(block, 3, 2, p);
-  EXPECT_EQ(Bytes(p, p + 4), Bytes({4, 5, 0xEE, 0xEE}));
-  plugin().method<FromPtr>(kFromPtr)(block, p, 2, 0);
-  EXPECT_EQ(bytes(block), Bytes({4, 5, 3, 4, 5, 6, 7, 8, 9, 10}));
-
-  uint8_t* q = raw(4);
-  plugin().method<ToPtr>(kToPtr)(block, 8, 100, q);  // cut at the block's end
-  EXPECT_EQ(Bytes(q, q + 4), Bytes({9, 10, 0xEE, 0xEE}));
-  plugin().method<FromPtr>(kFromPtr)(block, q, 4, 8);  // only two bytes fit
-  EXPECT_EQ(bytes(block), Bytes({4, 5, 3, 4, 5, 6, 7, 8, 9, 10}));
-
-  // Refused: no pointer, no count, a negative offset, an offset at the end.
-  uint8_t* r = raw(4);
-  plugin().method<ToPtr>(kToPtr)(block, 0, 4, nullptr);
-  plugin().method<FromPtr>(kFromPtr)(block, nullptr, 4, 0);
-  plugin().method<ToPtr>(kToPtr)(block, 0, 0, r);
-  plugin().method<ToPtr>(kToPtr)(block, -1, 4, r);
-  plugin().method<ToPtr>(kToPtr)(block, 10, 4, r);
-  plugin().method<FromPtr>(kFromPtr)(block, r, -4, 0);
-  plugin().method<FromPtr>(kFromPtr)(block, r, 4, -1);
-  plugin().method<FromPtr>(kFromPtr)(block, r, 4, 10);
-  EXPECT_EQ(Bytes(r, r + 4), Bytes(4, 0xEE));
-  EXPECT_EQ(bytes(block), Bytes({4, 5, 3, 4, 5, 6, 7, 8, 9, 10}));
-}
-
-// A handle's bytes are those its master pointer points at, not the handle's.
-TEST_P(Copies, Handles) {
-  REALmemoryBlock block = this->block(kOneToTen);
-  uint8_t* bytes = raw(4);
-  intptr_t handle = handle_to(bytes);
-  Bytes master(reinterpret_cast<uint8_t*>(handle), reinterpret_cast<uint8_t*>(handle) + sizeof(void*));
-  plugin().method<ToHandle>(kToHandle)(block, 0, 3, handle);
-  EXPECT_EQ(Bytes(bytes, bytes + 4), Bytes({1, 2, 3, 0xEE}));
-  EXPECT_EQ(Bytes(reinterpret_cast<uint8_t*>(handle), reinterpret_cast<uint8_t*>(handle) + sizeof(void*)), master);
-  plugin().method<FromHandle>(kFromHandle)(block, handle, 4, 7);  // three fit
-  EXPECT_EQ(this->bytes(block), Bytes({1, 2, 3, 4, 5, 6, 7, 1, 2, 3}));
-
-  plugin().method<ToHandle>(kToHandle)(block, 0, 4, 0);
-  plugin().method<FromHandle>(kFromHandle)(block, 0, 4, 0);
-  intptr_t empty_handle = handle_to(nullptr);
-  plugin().method<ToHandle>(kToHandle)(block, 0, 4, empty_handle);
-  plugin().method<FromHandle>(kFromHandle)(block, empty_handle, 4, 0);
-  EXPECT_EQ(this->bytes(block), Bytes({1, 2, 3, 4, 5, 6, 7, 1, 2, 3}));
 }
 
 // A block over a raw address reports size 0: its runs are the caller's.
 TEST_P(Copies, BlockOverARawAddressIsTrusted) {
-  uint8_t* bytes = raw(8);
+  uint8_t* bytes = raw(Bytes(8, 0xEE));
   REALmemoryBlock over = host().ptrBlock(bytes);
-  REALmemoryBlock block = this->block(kOneToTen);
-  plugin().method<Copy2>(kCopy2)(block, 0, 4, over, 3);
+  call(kCopy2, block(kOneToTen), 0, 4, over, 3);
   EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes({0xEE, 0xEE, 0xEE, 1, 2, 3, 4, 0xEE}));
-  plugin().method<Copy1>(kCopy1)(over, 3, 4, 4);
+  call(kCopy1, over, 3, 4, 4);
   EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes({0xEE, 0xEE, 0xEE, 1, 1, 2, 3, 4}));
-  uint8_t* out = raw(2);
-  plugin().method<ToPtr>(kToPtr)(over, 6, 2, out);
+  uint8_t* out = raw(Bytes(2, 0xEE));
+  call(kToPtr, over, 6, 2, out);
   EXPECT_EQ(Bytes(out, out + 2), Bytes({3, 4}));
 }
 
-TEST_P(Copies, HostReportsNoData) {
+// Either block without data, a negative size or a nil destination block:
+// nothing changes.
+TEST_P(Copies, UnusableBlocks) {
   REALmemoryBlock no_data = block(kOneToTen);
   host().overrideReportedData(no_data, nullptr);
+  REALmemoryBlock negative = block(kOneToTen);
+  host().overrideReportedSize(negative, -1);
   REALmemoryBlock block = this->block(kOneToTen);
-  uint8_t* bytes = raw(4);
-  plugin().method<Copy1>(kCopy1)(no_data, 0, 4, 2);
-  plugin().method<Copy2>(kCopy2)(block, 0, 4, no_data, 0);
-  plugin().method<Copy2>(kCopy2)(no_data, 0, 4, block, 2);
-  plugin().method<ToPtr>(kToPtr)(no_data, 0, 4, bytes);
-  plugin().method<FromHandle>(kFromHandle)(no_data, handle_to(bytes), 4, 0);
-  EXPECT_EQ(this->bytes(block), kOneToTen);
-  EXPECT_EQ(Bytes(bytes, bytes + 4), Bytes(4, 0xEE));
-  // Its bytes are taken to start at address 0, as a nil block's; its size still bounds the offset.
-  EXPECT_EQ(address_of(no_data, 3), 3u);
-  EXPECT_EQ(plugin().method<AddressPtr>(kAddressPtr)(no_data, 10), reinterpret_cast<void*>(10));
-  EXPECT_EQ(address_of(no_data, 11), 0u);
-  EXPECT_EQ(address_of(no_data, -1), 0u);
+  call(kCopy2, block, 0, 4, no_data, 0);
+  call(kCopy2, no_data, 0, 4, block, 2);
+  call(kCopy2, block, 0, 4, nullptr, 0);
+  call(kCopy2, block, 0, 4, negative, 0);
+  call(kCopy2, negative, 0, 4, block, 2);
+  call(kCopy1, negative, 0, 4, 2);
+  EXPECT_EQ(bytes(block), kOneToTen);
+  EXPECT_EQ(bytes(negative), kOneToTen);
 }
 
 TEST_P(Copies, Addresses) {
   REALmemoryBlock block = this->block(kOneToTen);
-  const uint64_t data = data_address(block);
-  EXPECT_EQ(address_of(block, 0), data);
-  EXPECT_EQ(address_of(block, 10), data + 10) << "just past the last byte";
-  EXPECT_EQ(address_of(block, 11), 0u);
-  EXPECT_EQ(address_of(block, -1), 0u);
-  EXPECT_EQ(address_of(block, INT64_MAX), 0u);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(plugin().method<AddressPtr>(kAddressPtr)(block, 4)), address_of(block, 4));
-  EXPECT_EQ(plugin().method<AddressPtr>(kAddressPtr)(block, 11), nullptr);
-
-  // A nil block is one at address 0 of no known size.
-  EXPECT_EQ(address_of(nullptr, 5), 5u);
-  EXPECT_EQ(plugin().method<AddressPtr>(kAddressPtr)(nullptr, 5), reinterpret_cast<void*>(5));
-  EXPECT_EQ(address_of(nullptr, -5), 0u);
-
-  // Addresses are as wide as the host's: a 32-bit host adds the low 32 bits.
+  REALmemoryBlock no_data = this->block(kOneToTen);
+  host().overrideReportedData(no_data, nullptr);
+  REALmemoryBlock negative = this->block(kOneToTen);
+  host().overrideReportedSize(negative, -1);
+  uint8_t* raw_bytes = raw(Bytes(4, 0));
+  REALmemoryBlock over = host().ptrBlock(raw_bytes);
+  const uint64_t data = reinterpret_cast<uintptr_t>(host().bytes(block).data());
+  // AddressVEK, which AddressPtrVEK must agree with.
+  auto address = [&](REALmemoryBlock b, int64_t offset) {
+    uint64_t result = call(kAddress, b, offset).u;
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(call(kAddressPtr, b, offset).p), uintptr_t(result)) << offset;
+    return result;
+  };
+  EXPECT_EQ(address(block, 0), data);
+  EXPECT_EQ(address(block, 10), data + 10) << "just past the last byte";
+  EXPECT_EQ(address(block, 11), 0u);
+  EXPECT_EQ(address(block, -1), 0u);
+  EXPECT_EQ(address(block, INT64_MAX), 0u);
+  EXPECT_EQ(address(negative, 0), 0u);
+  EXPECT_EQ(address(over, 1000), reinterpret_cast<uintptr_t>(raw_bytes) + 1000) << "size 0: no upper bound";
+  // Nil and without data: a block at address 0 (of a size, if it has one).
+  EXPECT_EQ(address(nullptr, 5), 5u);
+  EXPECT_EQ(address(nullptr, -5), 0u);
+  EXPECT_EQ(address(no_data, 10), 10u);
+  EXPECT_EQ(address(no_data, 11), 0u);
+  // As wide as the host's addresses: a 32-bit host adds the low 32 bits.
   const int64_t beyond_32_bits = (int64_t{1} << 32) + 7;
-  EXPECT_EQ(address_of(nullptr, beyond_32_bits), sizeof(void*) == 4 ? 7u : uint64_t(beyond_32_bits));
-
-  uint8_t* bytes = raw(4);
-  REALmemoryBlock over = host().ptrBlock(bytes);
-  EXPECT_EQ(address_of(over, 1000), reinterpret_cast<uintptr_t>(bytes) + 1000) << "size 0: no upper bound";
-  EXPECT_BALANCED(host());
+  EXPECT_EQ(address(nullptr, beyond_32_bits), sizeof(void*) == 4 ? 7u : uint64_t(beyond_32_bits));
 }
 
 INSTANTIATE_ON_EVERY_HOST(Copies);
