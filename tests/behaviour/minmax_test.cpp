@@ -20,6 +20,7 @@ struct MinMaxCase {
   int32_t offset, length;
   Bytes expected;
   bool result;
+  Storage storage = Storage::Block;
 };
 
 const Bytes kFirst = {0x80, 0x7F, 0x00, 0xFF}, kSecond = {0x7F, 0x80, 0x01, 0xFE};  // the reference's
@@ -56,6 +57,13 @@ const MinMaxCase kCases[] = {
      {0xEE, 2, 0, 0, 0, 5, 0, 0, 0, 0xEE}, true},
     {"explicit length from the end", kMin, kTen, {}, {}, 8, 0, 10, 4, kTen, true},
     {"bit size tested before the range", kMin, kTen, {}, {}, 24, 0, 12, 4, kTen, false},
+    // A block over a raw address has no known size: an explicit length is
+    // the caller's; the rest of such a block is nothing.
+    {"raw address, the rest", kMin, kEE4, {}, {}, 16, 0, 0, 0, kEE4, true, Storage::RawAddress},
+    {"raw address", kMin, kEE4, {1, 0, 9, 0}, {2, 0, 3, 0}, 16, 0, 0, 4, {1, 0, 3, 0}, true, Storage::RawAddress},
+    {"no data", kMin, kEE4, {1, 2, 3, 4}, {4, 3, 2, 1}, 8, 0, 0, 4, kEE4, true, Storage::NoData},
+    {"no data, the rest", kMax, kEE4, {}, {}, 8, 0, 0, 0, kEE4, true, Storage::NoData},
+    {"no data, bit size 9", kMax, kEE4, {}, {}, 9, 0, 0, 4, kEE4, false, Storage::NoData},
 };
 
 class MinMaxMethods : public PluginTest {
@@ -71,7 +79,7 @@ class MinMaxMethods : public PluginTest {
 TEST_P(MinMaxMethods, Cases) {
   for (const MinMaxCase& c : kCases) {
     SCOPED_TRACE(c.name);
-    REALmemoryBlock block = this->block(c.block);
+    REALmemoryBlock block = this->block(c.block, c.storage);
     auto result = call(c.declaration, block, source(c.first), source(c.second), c.bitSize, c.isSigned, c.offset,
                        c.length);
     EXPECT_EQ(result.i != 0, c.result);
@@ -116,29 +124,6 @@ TEST_P(MinMaxMethods, DestinationOverlappingASource) {
   uint8_t* fives = source(Bytes(40, 0x05));
   EXPECT_TRUE(call(kMin, block, data, fives, 8, 0, 1, 0).i);
   EXPECT_EQ(bytes(block), Bytes(41, 0x01));
-  EXPECT_NOTHING_RAISED(host());
-  EXPECT_BALANCED(host());
-}
-
-// A block over a raw address has no known size: an explicit length is the
-// caller's; the rest of such a block is nothing. A block without data is
-// left alone, with True for a known element size.
-TEST_P(MinMaxMethods, RawAddressAndBlockWithoutData) {
-  uint8_t* raw = source({0xEE, 0xEE, 0xEE, 0xEE});
-  REALmemoryBlock over = host().ptrBlock(raw);
-  uint8_t* a = source({1, 0, 9, 0});
-  uint8_t* b = source({2, 0, 3, 0});
-  EXPECT_TRUE(call(kMin, over, a, b, 16, 0, 0, 0).i);
-  EXPECT_EQ(Bytes(raw, raw + 4), Bytes(4, 0xEE));
-  EXPECT_TRUE(call(kMin, over, a, b, 16, 0, 0, 4).i);
-  EXPECT_EQ(Bytes(raw, raw + 4), Bytes({1, 0, 3, 0}));
-
-  REALmemoryBlock block = this->block(Bytes(4, 0xEE));
-  host().overrideReportedData(block, nullptr);
-  EXPECT_TRUE(call(kMin, block, a, b, 8, 0, 0, 4).i);
-  EXPECT_TRUE(call(kMax, block, a, b, 8, 0, 0, 0).i);
-  EXPECT_FALSE(call(kMax, block, a, b, 9, 0, 0, 4).i);
-  EXPECT_EQ(bytes(block), Bytes(4, 0xEE));
   EXPECT_NOTHING_RAISED(host());
   EXPECT_BALANCED(host());
 }

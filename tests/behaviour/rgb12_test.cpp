@@ -1,6 +1,4 @@
 // ConvertRGB12BitTo8BitVEK through the simulated host.
-#include <algorithm>
-
 #include "tests/support/plugin_test.h"
 
 namespace {
@@ -26,6 +24,7 @@ const struct {
   Bytes block;
   int32_t width;
   Bytes expected;
+  Storage storage = Storage::Block;
 } kCases[] = {
     {"one group", kGroup, 1, kGroupConverted},
     {"width 0 changes nothing", kGroup, 0, kGroup},
@@ -36,6 +35,9 @@ const struct {
     {"width past the end", join(kTwoGroups, {1, 2}), 5, join(kTwoConverted, {1, 2})},
     {"widest width", kGroup, INT32_MAX, kGroupConverted},
     {"no whole group", Bytes(kGroup.begin(), kGroup.end() - 1), 1, Bytes(kGroup.begin(), kGroup.end() - 1)},
+    // A block over a raw address reports size 0: the caller's Width is trusted.
+    {"raw address", kTwoGroups, 2, kTwoConverted, Storage::RawAddress},
+    {"no data", kGroup, 1, kGroup, Storage::NoData},
 };
 
 class Rgb12 : public PluginTest {};
@@ -43,7 +45,7 @@ class Rgb12 : public PluginTest {};
 TEST_P(Rgb12, Cases) {
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.name);
-    REALmemoryBlock block = this->block(c.block);
+    REALmemoryBlock block = this->block(c.block, c.storage);
     call(kConvert, block, c.width);
     EXPECT_EQ(bytes(block), c.expected);
     EXPECT_NOTHING_RAISED(host());
@@ -51,25 +53,10 @@ TEST_P(Rgb12, Cases) {
   EXPECT_BALANCED(host());
 }
 
-// A nil block raises, whatever the width; a block without data is left alone.
-TEST_P(Rgb12, NilBlockAndBlockWithoutData) {
+// A nil block raises, whatever the width.
+TEST_P(Rgb12, NilBlockRaises) {
   call(kConvert, nullptr, 0);
   EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-  REALmemoryBlock block = this->block(kGroup);
-  host().overrideReportedData(block, nullptr);
-  call(kConvert, block, 1);
-  EXPECT_EQ(bytes(block), kGroup);
-  EXPECT_NOTHING_RAISED(host());
-  EXPECT_BALANCED(host());
-}
-
-// A block over a raw address reports size 0: the caller's Width is trusted.
-TEST_P(Rgb12, RawAddressBlockIsTrusted) {
-  uint8_t* raw = host().rawBuffer(kTwoGroups.size());
-  std::copy(kTwoGroups.begin(), kTwoGroups.end(), raw);
-  call(kConvert, host().ptrBlock(raw), 2);
-  EXPECT_EQ(Bytes(raw, raw + kTwoGroups.size()), kTwoConverted);
-  EXPECT_NOTHING_RAISED(host());
   EXPECT_BALANCED(host());
 }
 

@@ -1,7 +1,5 @@
 // CopyNthBytesVEK, CopyNthBitsVEK and ExpandBitsVEK through the simulated
 // host.
-#include <algorithm>
-
 #include "tests/support/plugin_test.h"
 
 namespace {
@@ -37,6 +35,7 @@ struct GatherCase {
   int32_t sourceOffset, destOffset, count, step, steps;
   bool result;
   Bytes expected;  // the destination afterwards
+  Storage destStorage = Storage::Block;
 };
 
 const Bytes kEE = Bytes(8, 0xEE);
@@ -90,6 +89,13 @@ const GatherCase kGathers[] = {
     {"bits: a run cut at the source's end", kNthBits, {0xA5}, {0xFF, 0xFF}, 4, 0, 8, 0, 1, true, {0x50, 0xFF}},
     {"bits: huge counts cut at both ends", kNthBits, {0xA5, 0x5A}, {0xEE, 0xEE, 0xEE}, 4, 0, kMax, kMax, kMax, true,
      {0x55, 0xA0, 0xEE}},
+
+    // -- a destination over a raw address reports size 0: its range is the caller's
+    {"raw destination", kNthBytes, k12, Bytes(6, 0xEE), 0, 0, 2, 4, 3, true, {1, 2, 5, 6, 9, 10}, Storage::RawAddress},
+    {"raw destination: two runs from the source's end, not 2147483647", kNthBytes, k12, Bytes(6, 0xEE), 10, 0, 1, 1,
+     kMax, true, {11, 12, 0xEE, 0xEE, 0xEE, 0xEE}, Storage::RawAddress},
+    {"bits: raw destination", kNthBits, k12, Bytes(6, 0xEE), 4, 4, 4, 4, 8, true, {0x01, 0x23, 0x45, 0x67, 0x80, 0xEE},
+     Storage::RawAddress},
 };
 
 class Strided : public PluginTest {};
@@ -98,7 +104,7 @@ TEST_P(Strided, Gathers) {
   for (const GatherCase& c : kGathers) {
     SCOPED_TRACE(c.name);
     REALmemoryBlock source = block(c.source);
-    REALmemoryBlock dest = block(c.dest);
+    REALmemoryBlock dest = block(c.dest, c.destStorage);
     bool result = call(c.declaration, dest, source, c.sourceOffset, c.destOffset, c.count, c.step, c.steps).i != 0;
     EXPECT_EQ(result, c.result);
     EXPECT_EQ(bytes(dest), c.expected);
@@ -143,27 +149,6 @@ TEST_P(Strided, GatherWithinOneBlock) {
   EXPECT_NOTHING_RAISED(host());
 }
 
-// Blocks over raw addresses report size 0: their ranges are the caller's.
-TEST_P(Strided, RawAddressBlocksTrustTheRange) {
-  uint8_t* raw = host().rawBuffer(6);
-  std::fill_n(raw, 6, 0xEE);
-  REALmemoryBlock over = host().ptrBlock(raw);
-  REALmemoryBlock source = block(counting(12));
-  EXPECT_TRUE(call(kNthBytes, over, source, 0, 0, 2, 4, 3).i);
-  EXPECT_EQ(Bytes(raw, raw + 6), (Bytes{1, 2, 5, 6, 9, 10}));
-  EXPECT_TRUE(call(kNthBits, over, source, 4, 4, 4, 4, 8).i);
-  EXPECT_EQ(Bytes(raw, raw + 6), (Bytes{0x01, 0x23, 0x45, 0x67, 0x80, 10}));
-  // The source's end still bounds the gather: two runs, not 2147483647.
-  EXPECT_TRUE(call(kNthBytes, over, source, 10, 0, 1, 1, kMax).i);
-  EXPECT_EQ(Bytes(raw, raw + 6), (Bytes{11, 12, 0x45, 0x67, 0x80, 10}));
-
-  std::copy_n(counting(4).begin(), 4, raw);
-  REALmemoryBlock dest = block(Bytes(16, 0xEE));
-  EXPECT_TRUE(call(kExpand, over, dest, 2, 0, 1).i);
-  EXPECT_EQ(bytes(dest), (Bytes{0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 1, 0}));
-  EXPECT_NOTHING_RAISED(host());
-}
-
 struct ExpandCase {
   const char* name;
   Bytes source;
@@ -171,6 +156,7 @@ struct ExpandCase {
   int32_t count, low, high;
   bool result;
   Bytes expected;  // the destination afterwards; bytes past it stay 0xEE
+  Storage sourceStorage = Storage::Block;
 };
 
 const ExpandCase kExpansions[] = {
@@ -188,13 +174,15 @@ const ExpandCase kExpansions[] = {
     {"zero count", {0x80}, 8, 0, 0, 255, false, Bytes(8, 0xEE)},
     {"negative count", {0x80}, 8, -1, 0, 255, false, Bytes(8, 0xEE)},
     {"huge count cut back", {0x80, 0x01}, 16, kMax, 7, 9, true, {9, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7, 9}},
+    {"a source over a raw address is trusted", {1, 2, 3, 4}, 16, 2, 0, 1, true,
+     {0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 1, 0}, Storage::RawAddress},
 };
 
 TEST_P(Strided, Expansions) {
   auto expand = [&](auto... args) { return call(kExpand, args...).i != 0; };
   for (const ExpandCase& c : kExpansions) {
     SCOPED_TRACE(c.name);
-    REALmemoryBlock source = block(c.source);
+    REALmemoryBlock source = block(c.source, c.sourceStorage);
     REALmemoryBlock dest = block(Bytes(c.destSize, 0xEE));
     EXPECT_EQ(expand(source, dest, c.count, c.low, c.high), c.result);
     EXPECT_EQ(bytes(dest), c.expected);
