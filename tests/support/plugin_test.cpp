@@ -1,5 +1,6 @@
 #include "tests/support/plugin_test.h"
 
+#include <algorithm>
 #include <sstream>
 
 std::vector<HostSetup> behaviour_hosts() {
@@ -34,6 +35,19 @@ void PluginTest::TearDown() {
   for (const void* handle : taken_) host_->release(handle);
   EXPECT_TRUE(LedgerBalanced(*host_));
   EXPECT_TRUE(RaisedNothing(*host_)) << "an exception no test looked at";
+}
+
+REALmemoryBlock PluginTest::block(const Bytes& bytes, Storage storage) {
+  if (storage != Storage::RawAddress) {
+    REALmemoryBlock b = host_->newBlock(bytes);
+    if (storage == Storage::NoData) host_->overrideReportedData(b, nullptr);
+    return b;
+  }
+  uint8_t* raw = host_->rawBuffer(bytes.size());
+  std::copy(bytes.begin(), bytes.end(), raw);
+  REALmemoryBlock b = host_->ptrBlock(raw);
+  raw_[b] = std::span(raw, bytes.size());
+  return b;
 }
 
 std::optional<Bytes> PluginTest::take_block(REALmemoryBlock result) {

@@ -5,8 +5,10 @@
 // call with EXPECT_BALANCED.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,6 +33,11 @@ std::string host_setup_name(const ::testing::TestParamInfo<HostSetup>& info);
 
 using Bytes = std::vector<uint8_t>;
 
+// Where a test block's bytes live: in an ordinary block; behind a block made
+// over a raw address, which reports size 0; or in a block the host gives no
+// data pointer for.
+enum class Storage { Block, RawAddress, NoData };
+
 class PluginTest : public ::testing::TestWithParam<HostSetup> {
  protected:
   void SetUp() override;
@@ -53,9 +60,12 @@ class PluginTest : public ::testing::TestWithParam<HostSetup> {
   }
   caller::Value call_as(caller::Role role, std::string_view declaration, std::initializer_list<caller::Arg> args);
 
-  REALmemoryBlock block(const Bytes& bytes) { return host_->newBlock(bytes); }
+  REALmemoryBlock block(const Bytes& bytes, Storage storage = Storage::Block);
+  // The block's bytes; for one made by block(bytes, Storage::RawAddress),
+  // the raw bytes behind it.
   Bytes bytes(REALmemoryBlock b) const {
-    auto span = host_->bytes(b);
+    auto raw = raw_.find(b);
+    auto span = raw != raw_.end() ? raw->second : host_->bytes(b);
     return Bytes(span.begin(), span.end());
   }
   // Takes a method's result over from the plug-in and gives back its bytes
@@ -71,6 +81,7 @@ class PluginTest : public ::testing::TestWithParam<HostSetup> {
   std::unique_ptr<LoadedPlugin> plugin_;
   std::vector<caller::Registered> calls_;
   std::vector<const void*> taken_;
+  std::map<REALmemoryBlock, std::span<uint8_t>> raw_;
 };
 
 // The plug-in holds no reference beyond `baseline`, released nothing it did
