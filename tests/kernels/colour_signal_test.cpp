@@ -19,13 +19,12 @@ using kernel_test::Random;
 
 // In place, or into a buffer of its own.
 Call<vek::Rgb12Table> rgb12(size_t groups, Random& random) {
-  if (random.one_in(2)) {
-    return {{{random.bytes(9 * groups)}},
-            [groups](const vek::Rgb12Table& t, uint8_t* const* p) { return t.convert(p[0], p[0], groups), uint64_t{0}; },
-            "in place"};
-  }
-  return {{{random.bytes(9 * groups)}, {random.bytes(6 * groups)}},
-          [groups](const vek::Rgb12Table& t, uint8_t* const* p) { return t.convert(p[0], p[1], groups), uint64_t{0}; }};
+  bool apart = random.one_in(2);
+  std::vector<kernel_test::Buffer> buffers = {{random.bytes(9 * groups)}};
+  if (apart) buffers.push_back({random.bytes(6 * groups)});
+  return {buffers,
+          [=](const vek::Rgb12Table& t, uint8_t* const* p) { return t.convert(p[0], p[apart], groups), uint64_t{0}; },
+          apart ? "into another buffer" : "in place"};
 }
 
 // Bands that reach below 0, above 255, hold one value, hold none, or take the

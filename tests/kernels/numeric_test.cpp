@@ -220,16 +220,14 @@ TEST(ScaleKernels, Values16AgainstIntegerArithmetic) {
   }
 }
 
-using kernel_test::family;
-const bool registered =
-    family("MinMaxU8", vek::minmax_kernels, minmax_twin(), minmax(8, false)) &&
-    family("MinMaxS8", vek::minmax_kernels, minmax_twin(), minmax(8, true)) &&
-    family("MinMaxU16", vek::minmax_kernels, minmax_twin(), minmax(16, false)) &&
-    family("MinMaxS16", vek::minmax_kernels, minmax_twin(), minmax(16, true)) &&
-    family("MinMaxU32", vek::minmax_kernels, minmax_twin(), minmax(32, false)) &&
-    family("MinMaxS32", vek::minmax_kernels, minmax_twin(), minmax(32, true)) &&
-    family("MinMaxU64", vek::minmax_kernels, minmax_twin(), minmax(64, false)) &&
-    family("MinMaxS64", vek::minmax_kernels, minmax_twin(), minmax(64, true)) &&
-    family("ScaleU8", vek::scale_u8_kernels, {vek::scale_u8_scalar}, scale(1)) &&
-    family("ScaleU16", vek::scale_u16_kernels, {vek::scale_u16_scalar}, scale(2));
+const bool registered = [] {
+  for (int bits : {8, 16, 32, 64}) {
+    for (bool is_signed : {false, true}) {
+      std::string suite = text("MinMax", is_signed ? "S" : "U", bits);
+      kernel_test::family(suite.c_str(), vek::minmax_kernels, minmax_twin(), minmax(bits, is_signed));
+    }
+  }
+  kernel_test::family("ScaleU8", vek::scale_u8_kernels, {vek::scale_u8_scalar}, scale(1));
+  return kernel_test::family("ScaleU16", vek::scale_u16_kernels, {vek::scale_u16_scalar}, scale(2));
+}();
 }  // namespace
