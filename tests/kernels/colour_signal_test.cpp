@@ -1,111 +1,98 @@
-// Every level of the colour kernels against their scalar twins, over random
-// data, 0..300 groups or pixels and a few large counts, every start
-// misalignment 0..63, and storage ending at (or starting after) a PROT_NONE
-// page; the twins themselves against hand-written expectations and
-// independent oracles.
+// The colour kernels: every level of each family against its scalar twin
+// (kernel_harness.h), counts being groups or pixels; and the twins against a
+// bit-by-bit reading of the samples, every channel sum and hand-written bytes.
 #include <algorithm>
+#include <array>
 #include <cstring>
-#include <functional>
-#include <random>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "colour_signal/colour_rules.h"
 #include "colour_signal/rgb12.h"
-#include "frame/cpu.h"
-#include "tests/support/guarded_buffer.h"
-#include "tests/support/kernel_levels.h"
-#include "tests/support/sweep.h"
+#include "tests/support/kernel_harness.h"
 
 namespace {
-using Bytes = std::vector<uint8_t>;
+using kernel_test::Bytes;
+using kernel_test::Call;
+using kernel_test::Random;
 
-const size_t kLargeCounts[] = {4096 + 37, 65536 + 5};
+// In place, or into a buffer of its own.
+Call<vek::Rgb12Table> rgb12(size_t groups, Random& random) {
+  bool apart = random.one_in(2);
+  std::vector<kernel_test::Buffer> buffers = {{random.bytes(9 * groups)}};
+  if (apart) buffers.push_back({random.bytes(6 * groups)});
+  return {buffers,
+          [=](const vek::Rgb12Table& t, uint8_t* const* p) { return t.convert(p[0], p[apart], groups), uint64_t{0}; },
+          apart ? "into another buffer" : "in place"};
+}
 
-// Runs `vector` in place on guarded storage and `scalar` on a copy of the
-// same bytes, for every element count 0..300 and the large ones: starting at
-// every misalignment 0..63 after a PROT_NONE page, and ending right before
-// one. `fill` makes the bytes and picks the call's other arguments, anew for
-// every count.
-void against_twin(size_t element_bytes, const std::function<void(std::mt19937&, Bytes&)>& fill,
-                  const std::function<void(uint8_t*, size_t)>& scalar,
-                  const std::function<void(uint8_t*, size_t)>& vector) {
-  std::mt19937 random(20240607);
-  std::vector<size_t> counts;
-  for (size_t count = 0; count <= 300; ++count) counts.push_back(count);
-  counts.insert(counts.end(), std::begin(kLargeCounts), std::end(kLargeCounts));
-  for (size_t count : counts) {
-    Bytes expected(count * element_bytes);
-    fill(random, expected);
-    const Bytes original = expected;
-    scalar(expected.data(), count);
-    auto check = [&](uint8_t* start, const char* where) {
-      if (!original.empty()) std::memcpy(start, original.data(), original.size());
-      vector(start, count);
-      return std::equal(expected.begin(), expected.end(), start) ? testing::AssertionSuccess()
-                                                                  : testing::AssertionFailure() << where;
-    };
-    GuardedBuffer after_guard(original.size() + 63, GuardSide::Before);
-    for (size_t misalignment : sweep_misalignments()) {
-      ASSERT_TRUE(check(after_guard.data() + misalignment, "after a guard page"))
-          << "count " << count << ", misalignment " << misalignment;
-    }
-    GuardedBuffer before_guard(original.size(), GuardSide::After);
-    ASSERT_TRUE(check(before_guard.data(), "before a guard page")) << "count " << count;
+// Bands that reach below 0, above 255, hold one value, hold none, or take the
+// whole 32-bit range, next to ordinary ones.
+struct Band {
+  int32_t lo, hi;
+};
+const Band kBands[] = {{0, 255},   {180, 220}, {90, 110},  {45, 55},   {0, 0},     {255, 255},
+                       {2, 3},     {-5, 3},    {250, 300}, {3, 2},     {-10, -1},  {256, 400},
+                       {INT32_MIN, INT32_MAX}, {INT32_MIN, INT32_MIN}, {100, 100}, {-1, 0}};
+
+// Pixels near the chosen bands, so that whole pixels match often.
+Call<vek::ReplaceColourTable> replace_colour(size_t pixels, Random& random) {
+  std::array<int32_t, 4> lo{}, hi{};
+  std::array<uint8_t, 4> dest{};
+  for (int k = 0; k < 4; ++k) {
+    const Band& band = kBands[random.one_in(4) ? random.in(0, std::size(kBands) - 1) : random.in(0, 3)];
+    lo[k] = band.lo, hi[k] = band.hi, dest[k] = static_cast<uint8_t>(random());
   }
-}
-
-void random_bytes(std::mt19937& random, Bytes& bytes) {
-  std::uniform_int_distribution<int> byte(0, 255);
-  for (uint8_t& b : bytes) b = static_cast<uint8_t>(byte(random));
-}
-
-// -- 12-bit to 8-bit RGB --------------------------------------------------------
-
-class Rgb12Level : public testing::TestWithParam<vek::Level> {};
-
-TEST_P(Rgb12Level, MatchesScalarInPlace) {
-  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
-  auto convert = table_of(vek::rgb12_kernels, GetParam()).convert;
-  against_twin(
-      9, random_bytes, [](uint8_t* p, size_t n) { vek::rgb12_to_rgb8_scalar(p, p, n); },
-      [&](uint8_t* p, size_t n) { convert(p, p, n); });
-}
-
-TEST_P(Rgb12Level, MatchesScalarIntoAnotherBuffer) {
-  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
-  auto convert = table_of(vek::rgb12_kernels, GetParam()).convert;
-  std::mt19937 random(7);
-  for (GuardSide side : {GuardSide::After, GuardSide::Before}) {
-    for (size_t groups = 0; groups <= 300; ++groups) {
-      Bytes in(groups * 9);
-      random_bytes(random, in);
-      GuardedBuffer source(in.size(), side);
-      if (!in.empty()) std::memcpy(source.data(), in.data(), in.size());
-      GuardedBuffer out(groups * 6, side);
-      Bytes expected(groups * 6);
-      vek::rgb12_to_rgb8_scalar(in.data(), expected.data(), groups);
-      convert(source.data(), out.data(), groups);
-      ASSERT_TRUE(std::equal(expected.begin(), expected.end(), out.data())) << groups << " groups";
-      ASSERT_TRUE(std::equal(in.begin(), in.end(), source.data())) << "the source changed";
-    }
+  Bytes bytes(4 * pixels);
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    uint32_t r = random();
+    int64_t centre = r % 4 == 0 ? (r >> 8) & 0xFF : r % 4 == 1 ? lo[i % 4] : hi[i % 4];
+    bytes[i] = static_cast<uint8_t>(std::clamp<int64_t>(centre + (r >> 16) % 5 - 2, 0, 255));
   }
+  return {{{bytes}}, [=](const vek::ReplaceColourTable& t, uint8_t* const* p) {
+            return t.replace(p[0], pixels, lo.data(), hi.data(), dest.data()), uint64_t{0};
+          }};
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, Rgb12Level, testing::ValuesIn(levels_of(vek::rgb12_kernels)), level_param_name);
+const int32_t kBudgets[] = {INT32_MIN, -1, 0, 1, 100, 254, 255, 256, 600, 765, 766,
+                            1019, 1020, 1021, 1274, 1275, 1276, INT32_MAX};
 
-// The twin against a reading of the packed samples bit by bit.
+// Random pixels among ones with sums of 0 and small sums.
+kernel_test::Generator<vek::ComplementTable> complement(
+    void (*vek::ComplementTable::*kernel)(uint8_t*, size_t, int32_t, bool) noexcept) {
+  return [kernel](size_t pixels, Random& random) -> Call<vek::ComplementTable> {
+    int32_t budget = kBudgets[random.in(0, std::size(kBudgets) - 1)];
+    bool with_sum0 = random.one_in(2);
+    Bytes bytes = random.bytes(4 * pixels);
+    for (size_t i = 0; i < bytes.size(); i += 4) {
+      if (random.one_in(4)) std::fill_n(bytes.begin() + i, random.one_in(4) ? 4 : 3, 0);
+      else if (random.one_in(4)) std::fill_n(bytes.begin() + i, 4, random() % 64);
+    }
+    return {{{bytes}},
+            [=](const vek::ComplementTable& t, uint8_t* const* p) { return (t.*kernel)(p[0], pixels, budget, with_sum0), uint64_t{0}; },
+            kernel_test::text("budget ", budget, with_sum0 ? ", WithSum0" : "")};
+  };
+}
+
+using kernel_test::family;
+const bool registered =
+    family("Rgb12", vek::rgb12_kernels, {vek::rgb12_to_rgb8_scalar}, rgb12) &&
+    family("ReplaceColour", vek::replace_colour_kernels, {vek::replace_colour_scalar}, replace_colour) &&
+    family("ComplementCmy", vek::complement_kernels, {vek::complement_cmy_scalar, vek::complement_cmyk_scalar},
+           complement(&vek::ComplementTable::cmy)) &&
+    family("ComplementCmyk", vek::complement_kernels, {vek::complement_cmy_scalar, vek::complement_cmyk_scalar},
+           complement(&vek::ComplementTable::cmyk));
+
+// -- the twins against oracles ---------------------------------------------------
+
+// The packed samples read bit by bit.
 TEST(Rgb12Kernel, ScalarKeepsTheUpperEightBitsOfEverySample) {
-  std::mt19937 random(3);
-  Bytes packed(9 * 40);
-  random_bytes(random, packed);
-  Bytes expected;
+  Random random(3);
+  Bytes packed = random.bytes(9 * 40), expected;
   for (size_t sample = 0; sample < packed.size() * 8 / 12; ++sample) {
     unsigned value = 0;
-    for (size_t bit = sample * 12; bit < sample * 12 + 12; ++bit) {
-      value = value << 1 | ((packed[bit / 8] >> (7 - bit % 8)) & 1u);
-    }
+    for (size_t bit = sample * 12; bit < sample * 12 + 12; ++bit) value = value << 1 | ((packed[bit / 8] >> (7 - bit % 8)) & 1u);
     expected.push_back(static_cast<uint8_t>(value >> 4));
   }
   Bytes converted = packed;
@@ -118,91 +105,18 @@ TEST(Rgb12Kernel, ScalarKeepsTheUpperEightBitsOfEverySample) {
   EXPECT_EQ(group, (Bytes{0xAB, 0xDE, 0x12, 0x45, 0x78, 0xAB, 0x78, 0x9A, 0xBC}));
 }
 
-// -- colour replacement -----------------------------------------------------------
-
-struct Band {
-  int32_t lo, hi;
-};
-
-// Bands that reach below 0, above 255, hold one value, hold none, or take the
-// whole 32-bit range, next to ordinary ones.
-const Band kBands[] = {{0, 255},     {180, 220},   {90, 110},   {45, 55},    {0, 0},      {255, 255},
-                       {2, 3},       {-5, 3},      {250, 300},  {3, 2},      {-10, -1},   {256, 400},
-                       {INT32_MIN, INT32_MAX},     {INT32_MIN, INT32_MIN},   {100, 100},  {-1, 0}};
-
-class ReplaceColourLevel : public testing::TestWithParam<vek::Level> {};
-
-TEST_P(ReplaceColourLevel, MatchesScalar) {
-  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
-  auto replace = table_of(vek::replace_colour_kernels, GetParam()).replace;
-  int32_t lo[4], hi[4];
-  uint8_t dest[4];
-  // Pixels near the chosen bands, so that whole pixels match often.
-  auto fill = [&](std::mt19937& random, Bytes& bytes) {
-    std::uniform_int_distribution<size_t> band(0, std::size(kBands) - 1);
-    std::uniform_int_distribution<int> byte(0, 255), near(-2, 2), pick(0, 3);
-    for (int k = 0; k < 4; ++k) {
-      const Band& b = kBands[pick(random) == 0 ? band(random) : band(random) % 4];
-      lo[k] = b.lo;
-      hi[k] = b.hi;
-      dest[k] = static_cast<uint8_t>(byte(random));
-    }
-    for (size_t i = 0; i < bytes.size(); ++i) {
-      int64_t centre = pick(random) == 0 ? byte(random) : (pick(random) < 2 ? lo[i % 4] : hi[i % 4]);
-      bytes[i] = static_cast<uint8_t>(std::clamp<int64_t>(centre + near(random), 0, 255));
-    }
-  };
-  against_twin(
-      4, fill, [&](uint8_t* p, size_t n) { vek::replace_colour_scalar(p, n, lo, hi, dest); },
-      [&](uint8_t* p, size_t n) { replace(p, n, lo, hi, dest); });
+// A pixel is replaced only when every channel lies within its band, bounds
+// included.
+TEST(ReplaceColourKernel, ScalarReplacesWholePixelsWithinTheBands) {
+  const int32_t lo[4] = {10, -5, 200, INT32_MIN}, hi[4] = {20, 0, 300, INT32_MAX};
+  const uint8_t dest[4] = {1, 2, 3, 4};
+  Bytes pixels = {10, 0, 255, 9, 20, 0, 200, 0, 21, 0, 200, 0, 15, 1, 250, 0, 9, 0, 250, 0};
+  vek::replace_colour_scalar(pixels.data(), 5, lo, hi, dest);
+  EXPECT_EQ(pixels, (Bytes{1, 2, 3, 4, 1, 2, 3, 4, 21, 0, 200, 0, 15, 1, 250, 0, 9, 0, 250, 0}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Levels, ReplaceColourLevel, testing::ValuesIn(levels_of(vek::replace_colour_kernels)),
-                         level_param_name);
-
-// -- channel-sum complement -----------------------------------------------------
-
-const int32_t kBudgets[] = {INT32_MIN, -1, 0, 1, 100, 254, 255, 256, 600, 765, 766,
-                            1019, 1020, 1021, 1274, 1275, 1276, INT32_MAX};
-
-void complement_twins(void (*scalar)(uint8_t*, size_t, int32_t, bool) noexcept,
-                      void (*vector)(uint8_t*, size_t, int32_t, bool) noexcept) {
-  int32_t budget = 255;
-  bool with_sum0 = true;
-  auto fill = [&](std::mt19937& random, Bytes& bytes) {
-    std::uniform_int_distribution<size_t> which(0, std::size(kBudgets) - 1);
-    std::uniform_int_distribution<int> byte(0, 255), pick(0, 3);
-    budget = kBudgets[which(random)];
-    with_sum0 = pick(random) < 2;
-    random_bytes(random, bytes);
-    for (size_t i = 0; i < bytes.size(); i += 4) {
-      if (pick(random) == 0) std::fill_n(bytes.begin() + i, pick(random) == 0 ? 4 : 3, 0);  // sums of 0
-      else if (pick(random) == 0) std::fill_n(bytes.begin() + i, 4, byte(random) / 4);       // small sums
-    }
-  };
-  against_twin(
-      4, fill, [&](uint8_t* p, size_t n) { scalar(p, n, budget, with_sum0); },
-      [&](uint8_t* p, size_t n) { vector(p, n, budget, with_sum0); });
-}
-
-class ComplementLevel : public testing::TestWithParam<vek::Level> {};
-
-TEST_P(ComplementLevel, CmyMatchesScalar) {
-  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
-  complement_twins(vek::complement_cmy_scalar, table_of(vek::complement_kernels, GetParam()).cmy);
-}
-
-TEST_P(ComplementLevel, CmykMatchesScalar) {
-  if (!vek::cpu_has(GetParam())) GTEST_SKIP() << "CPU lacks " << vek::level_name(GetParam());
-  complement_twins(vek::complement_cmyk_scalar, table_of(vek::complement_kernels, GetParam()).cmyk);
-}
-
-INSTANTIATE_TEST_SUITE_P(Levels, ComplementLevel, testing::ValuesIn(levels_of(vek::complement_kernels)),
-                         level_param_name);
-
-// The twins over every reachable sum and every budget above, against the
-// fourth byte as "budget minus sum, clamped to 0..255, and 0 for an empty
-// pixel with WithSum0".
+// The fourth byte as "budget minus sum, clamped to 0..255, and 0 for an empty
+// pixel with WithSum0", over every reachable sum and every budget above.
 TEST(ComplementKernel, ScalarOverEverySum) {
   for (int32_t budget : kBudgets) {
     for (bool with_sum0 : {false, true}) {
