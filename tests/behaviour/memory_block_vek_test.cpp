@@ -162,16 +162,5 @@ TEST_P(MemoryBlockVEKClass, MemoryReferences) {
   }
 }
 
-TEST_P(MemoryBlockVEKClass, WithoutPtrToMemoryBlock) {
-  host().setMissing("PtrToMemoryBlock", true);
-  ASSERT_TRUE(create(16));
-  EXPECT_NE(buffer(), nullptr);
-  EXPECT_EQ(memory(), nullptr);
-  ASSERT_TRUE(resize(64));
-  EXPECT_EQ(size(), 64);
-  EXPECT_EQ(memory(), nullptr);
-  EXPECT_BALANCED(host());
-}
-
 INSTANTIATE_ON_EVERY_HOST(MemoryBlockVEKClass);
 }  // namespace
