@@ -95,13 +95,25 @@ TEST_P(MemoryBlockVEKClass, CreateOpensZeroFilled) {
   EXPECT_EQ(stored.address, buffer());
 }
 
-// Create closes first, whatever the outcome; sizes out of range are refused
-// before allocating, and the largest is tried (its allocation failed here).
-TEST_P(MemoryBlockVEKClass, CreateSizes) {
+// Sizes out of range are refused before allocating; the largest is tried,
+// its allocation failed here. A refused Resize leaves the object as it was;
+// Create closes it first, whatever the outcome.
+TEST_P(MemoryBlockVEKClass, RefusedSizes) {
   for (int64_t size : {int64_t{0}, int64_t{-1}, INT64_MIN, kLargest + 1, INT64_MAX, kLargest}) {
     SCOPED_TRACE(size);
     AllocFaults::reset();
-    ASSERT_TRUE(create(8));
+    ASSERT_TRUE(create(16));
+    buffer()[15] = 0x77;
+    uint8_t* before = buffer();
+    REALmemoryBlock block = memory();
+    AllocFaults::reset();
+    AllocFaults::armFailure(1);
+    EXPECT_FALSE(resize(size));
+    EXPECT_EQ(AllocFaults::allocations(), size == kLargest ? 1 : 0);
+    EXPECT_EQ(buffer(), before);
+    expectOpen(16);
+    EXPECT_EQ(buffer()[15], 0x77);
+    EXPECT_EQ(memory(), block) << "the same Memory block";
     AllocFaults::reset();
     AllocFaults::armFailure(1);
     EXPECT_FALSE(create(size));
@@ -121,25 +133,6 @@ TEST_P(MemoryBlockVEKClass, ResizeOpensKeepsAndFollows) {
   expectOpen(2);
   EXPECT_EQ(Bytes(buffer(), buffer() + 2), Bytes({1, 2}));
   EXPECT_EQ(host().bytes(memory()).data(), buffer()) << "Memory follows the buffer";
-}
-
-// Out-of-range sizes and a failed reallocation leave the object as it was.
-TEST_P(MemoryBlockVEKClass, RefusedResizeChangesNothing) {
-  ASSERT_TRUE(create(16));
-  buffer()[15] = 0x77;
-  uint8_t* before = buffer();
-  REALmemoryBlock block = memory();
-  for (int64_t size : {int64_t{0}, int64_t{-5}, kLargest + 1, INT64_MAX, int64_t{64}}) {
-    SCOPED_TRACE(size);
-    AllocFaults::reset();
-    AllocFaults::armFailure(1);  // fails the reallocation to 64 bytes
-    EXPECT_FALSE(resize(size));
-    EXPECT_EQ(AllocFaults::allocations(), size == 64 ? 1 : 0);
-    EXPECT_EQ(buffer(), before);
-    expectOpen(16);
-    EXPECT_EQ(buffer()[15], 0x77);
-    EXPECT_EQ(memory(), block) << "the same Memory block";
-  }
 }
 
 // Each read of Memory hands out a reference of the receiver's own; Close
