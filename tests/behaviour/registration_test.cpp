@@ -57,6 +57,19 @@ class Registration : public ::testing::TestWithParam<HostRow> {
                               [&](const ModuleReg& m) { return m.name == name; });
     return found == registry().modules.end() ? nullptr : &*found;
   }
+  // Records carry a setter for the two assignable methods, module entries
+  // never; `words` 0: not checked.
+  void expectMethods(const std::vector<MethodReg>& methods, int flags, size_t words, bool setters = false) {
+    for (const MethodReg& m : methods) {
+      SCOPED_TRACE(m.declaration);
+      EXPECT_EQ(m.flags, flags);
+      EXPECT_NE(m.function, nullptr);
+      EXPECT_EQ(m.setter != nullptr,
+                setters && (m.declaration.starts_with("OSTypeVEK(") || m.declaration.starts_with("FSSpecVEK(")));
+      EXPECT_TRUE(words == 0 || m.recordWords.size() == words);
+      EXPECT_EQ(m.word4 | m.word5, 0u);
+    }
+  }
   void expectProperties(const ClassReg& cls, const std::vector<std::pair<std::string, std::string>>& expected) {
     ASSERT_EQ(cls.properties.size(), expected.size());
     for (size_t i = 0; i < expected.size(); ++i) {
@@ -90,11 +103,7 @@ TEST_P(Registration, MemoryBlockVEKClass) {
             std::vector<std::string>({"Resize(Size as Int64) as boolean", "Close", "Create(size as Int64) as boolean"}));
   ASSERT_EQ(cls.methods.size(), 3u);
   EXPECT_EQ(cls.dispose, cls.methods[1].function) << "Close is also the dispose function";
-  for (const MethodReg& m : cls.methods) {
-    EXPECT_EQ(m.flags, 4);
-    EXPECT_EQ(m.setter, nullptr);
-    EXPECT_EQ(m.recordWords.size(), methodWords());
-  }
+  expectMethods(cls.methods, 4, methodWords());
   expectProperties(cls, {{"Address", "Int64"}, {"Size", "Int64"}, {"Memory", "Memoryblock"}});
 }
 
@@ -111,11 +120,7 @@ TEST_P(Registration, MemoryBlockExtension) {
     ASSERT_EQ(module->recordWords.size(), 24u);
     for (size_t w = 4; w < 24; ++w) EXPECT_EQ(module->recordWords[w], 0u) << "word " << w;
     ASSERT_EQ(module->methods.size(), 47u);
-    for (const MethodReg& entry : module->methods) {
-      EXPECT_EQ(entry.flags, 20) << entry.declaration;
-      EXPECT_EQ(entry.setter, nullptr);
-      EXPECT_NE(entry.function, nullptr);
-    }
+    expectMethods(module->methods, 20, 0);
     const std::pair<size_t, const char*> pinned[] = {
         {0, "ConvertRGB12BitTo8BitVEK(extends ref as MemoryBlock, Width as Integer)"},
         {16, "OSTypeVEK(extends ref as MemoryBlock, offset as Integer, assigns value as String)"},
@@ -138,15 +143,7 @@ TEST_P(Registration, MemoryBlockExtension) {
     EXPECT_EQ(ext.dataSize, 0);
     EXPECT_EQ(ext.dispose, nullptr);
     EXPECT_EQ(ext.flags, 4);
-    for (const MethodReg& m : ext.methods) {
-      SCOPED_TRACE(m.declaration);
-      EXPECT_EQ(m.flags, 4);
-      EXPECT_NE(m.function, nullptr);
-      EXPECT_EQ(m.setter != nullptr, m.declaration.starts_with("OSTypeVEK(") || m.declaration.starts_with("FSSpecVEK("));
-      EXPECT_EQ(m.recordWords.size(), methodWords());
-      EXPECT_EQ(m.word4, 0u);
-      EXPECT_EQ(m.word5, 0u);
-    }
+    expectMethods(ext.methods, 4, methodWords(), true);
     expectProperties(ext, {{"BytesVEK", "Integer"}});
     functions = declarations(ext.methods);
   }
@@ -162,10 +159,7 @@ TEST_P(Registration, GlobalMethods) {
   const std::vector<MethodReg>& globals = GetParam().modules ? module->methods : registry().globals;
   EXPECT_EQ(GetParam().modules, registry().globals.empty());
   EXPECT_EQ(declarations(globals), kGlobals) << "global declarations are not rewritten";
-  for (const MethodReg& m : globals) {
-    EXPECT_EQ(m.flags, GetParam().modules ? 20 : 4);
-    EXPECT_TRUE(GetParam().modules || m.recordWords.size() == 6u);
-  }
+  expectMethods(globals, GetParam().modules ? 20 : 4, GetParam().modules ? 0 : 6);
   EXPECT_EQ(module != nullptr ? module->recordVersion : 0, GetParam().modules ? GetParam().recordVersion : 0);
 }
 
