@@ -42,30 +42,27 @@ std::string units(std::initializer_list<uint32_t> values, size_t width) {
 std::string utf16(std::initializer_list<uint32_t> values) { return units(values, 2); }
 std::string utf32(std::initializer_list<uint32_t> values) { return units(values, 4); }
 
+// (A "newMemoryBlock" that gives nil or throws is swept by alloc_failure_test.)
 TEST(BuildMemoryblock, CopiesOrFails) {
   const uint8_t data[16] = {9, 8, 7};
   const struct {
     const char* name;
     const void* data;
     int32_t size;
-    NewBlockFailure failure;
     const char* missing;
     bool raises;  // "OutOfMemoryException"
   } rows[] = {
-      {"copies", data, 3, NewBlockFailure::None, nullptr, false},
-      {"nil data", nullptr, 10, NewBlockFailure::None, nullptr, false},
-      {"size 0", data, 0, NewBlockFailure::None, nullptr, false},
-      {"negative size", data, -1, NewBlockFailure::None, nullptr, false},
-      {"largest size is refused before asking the host", data, 2147483647, NewBlockFailure::None, nullptr, true},
-      {"host gives nil", data, 16, NewBlockFailure::ReturnNull, nullptr, true},
-      {"host throws", data, 16, NewBlockFailure::ThrowBadAlloc, nullptr, true},
-      {"no newMemoryBlock", data, 16, NewBlockFailure::None, "newMemoryBlock", true},
-      {"new block without data", data, 16, NewBlockFailure::None, "memoryBlockGetPtr", true},
+      {"copies", data, 3, nullptr, false},
+      {"nil data", nullptr, 10, nullptr, false},
+      {"size 0", data, 0, nullptr, false},
+      {"negative size", data, -1, nullptr, false},
+      {"largest size is refused before asking the host", data, 2147483647, nullptr, true},
+      {"no newMemoryBlock", data, 16, "newMemoryBlock", true},
+      {"new block without data", data, 16, "memoryBlockGetPtr", true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     Probe p;
-    p.host->failNewMemoryBlock(row.failure);
     if (row.missing != nullptr) p.host->setMissing(row.missing, true);
     auto block = p.fn<REALmemoryBlock(const void*, int32_t)>("probe_build_block")(row.data, row.size);
     if (row.size == 3) {
