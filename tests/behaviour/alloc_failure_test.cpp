@@ -213,7 +213,7 @@ TEST_P(AllocFailure, StringServicesThrow) {
   std::set<std::string> refusals = {"NilObjectException", "UnsupportedOperationException"};
   for (const auto& [className, message] : kOwnExceptions) refusals.insert(className + ": " + message);
   const std::vector<std::string> all = {"REALBuildString", "REALBuildStringWithEncoding", "REALConvertString"};
-  for (const std::vector<std::string>& services : {std::vector{all[0]}, std::vector{all[1]}, std::vector{all[2]}, all}) {
+  for (const auto& services : {std::vector{all[0]}, std::vector{all[1]}, std::vector{all[2]}, all}) {
     SCOPED_TRACE(services.size() == 1 ? services[0] : "all string services");
     for (const Row& row : rows()) {
       SCOPED_TRACE(row.name);

@@ -99,8 +99,9 @@ TEST_P(Registration, MemoryBlockVEKClass) {
   EXPECT_EQ(cls.recordWords.size(), classWords());
   EXPECT_EQ(cls.dataSize, 32);
   EXPECT_EQ(cls.flags, 4);
-  EXPECT_EQ(declarations(cls.methods),
-            std::vector<std::string>({"Resize(Size as Int64) as boolean", "Close", "Create(size as Int64) as boolean"}));
+  const std::vector<std::string> methods = {"Resize(Size as Int64) as boolean", "Close",
+                                            "Create(size as Int64) as boolean"};
+  EXPECT_EQ(declarations(cls.methods), methods);
   ASSERT_EQ(cls.methods.size(), 3u);
   EXPECT_EQ(cls.dispose, cls.methods[1].function) << "Close is also the dispose function";
   expectMethods(cls.methods, 4, methodWords());
