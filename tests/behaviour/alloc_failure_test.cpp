@@ -7,45 +7,42 @@
 // block or string the host could not make, the plain neutral result where the
 // function's own allocation failed.
 #include <algorithm>
-#include <iostream>
-#include <map>
 #include <new>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "host/alloc_faults.h"
 #include "tests/support/every_call.h"
 #include "tests/support/plugin_test.h"
 
 namespace {
-
 using B = REALmemoryBlock;
-using S = REALstring;
+using caller::Role;
+
+const std::string kAppend = "AppendVEK(other as Memoryblock) as Memoryblock";
+const std::string kOSType = "OSTypeVEK(offset as Integer) as String";
+
+caller::Value call(Caller& c, Role role, std::string_view key, std::initializer_list<caller::Arg> args) {
+  return caller::call(caller::find_call(caller::registered_calls(c.host.registry()), key, role), args);
+}
 
 // Calls beyond the ordinary ones of every_call.h that reach another way of
 // building: AppendVEK's copy of the receiver (the other block empty) and an
 // assigned code of no stated encoding with a high byte, which is made into a
 // new Mac Roman string first.
-const std::map<std::string, Call>& building_calls() {
-  static const std::map<std::string, Call> table = {
-      {"AppendVEK, copy of the receiver",
-       [](Caller& c, B b) {
-         B empty = c.host.newBlock(0);
-         return c.handed(c.plugin.method<B(B, B)>("AppendVEK(other as Memoryblock) as Memoryblock")(b, empty));
-       }},
-      {"OSTypeVEK = text of no stated encoding",
-       [](Caller& c, B b) {
-         S value = c.host.newString("\xA5xy", 0xFFFF);
-         c.plugin.setter<void(B, int32_t, S)>("OSTypeVEK(offset as Integer) as String")(b, 4, value);
-         return c.handed(c.plugin.method<S(B, int32_t)>("OSTypeVEK(offset as Integer) as String")(b, 4));
-       }},
-  };
-  return table;
-}
+const std::map<std::string, Call> kBuildingCalls = {
+    {"AppendVEK, copy of the receiver",
+     [](Caller& c, B b) { return c.handed(call(c, Role::Method, kAppend, {b, c.host.newBlock(0)}).p); }},
+    {"OSTypeVEK = text of no stated encoding",
+     [](Caller& c, B b) {
+       call(c, Role::Setter, kOSType, {b, 4, c.host.newString("\xA5xy", 0xFFFF)});
+       return c.handed(call(c, Role::Method, kOSType, {b, 4}).p);
+     }},
+};
 
-// The block each builder asks the host for on the 64-byte block, as its
-// failure message gives it.
+// What each block builder fails with on the 64-byte block: "Failed to
+// allocate a memoryblock with N bytes in size." AppendVEK joining two blocks
+// asks the host itself: a nil block gives nil quietly, and a std::bad_alloc
+// the host throws passes through.
 const std::map<std::string, int> kBlockBuilders = {
     {"MidVEK(offset as integer) as Memoryblock", 61},
     {"MidVEK(offset As Integer, length As Integer) as Memoryblock", 61},
@@ -55,30 +52,17 @@ const std::map<std::string, int> kBlockBuilders = {
     {"NewMemoryBlockWithBytesVEK(Data as Ptr, size as Integer) as MemoryBlock", 16},
 };
 
-// AppendVEK joins two blocks in a block it asks the host for itself: a nil
-// block gives nil quietly, and an allocation failure the host throws passes
-// through to the caller.
-const std::string kAppend = "AppendVEK(other as Memoryblock) as Memoryblock";
-
-std::string block_message(int size) {
-  return "Failed to allocate a memoryblock with " + std::to_string(size) + " bytes in size.";
-}
-
 struct Outcome {
   int64_t result = 0;
   bool threw = false;  // std::bad_alloc passed through
   Bytes block;
-  std::vector<Raised> raised;
-  bool operator==(const Outcome& o) const {
-    auto same = [](const Raised& a, const Raised& b) { return a.className == b.className && a.message == b.message; };
-    return result == o.result && threw == o.threw && block == o.block &&
-           std::equal(raised.begin(), raised.end(), o.raised.begin(), o.raised.end(), same);
-  }
+  std::vector<std::string> raised;  // "class: message", or the class alone without a message
+  bool operator==(const Outcome&) const = default;
 };
 
 std::ostream& operator<<(std::ostream& out, const Outcome& o) {
   out << "result " << o.result << (o.threw ? ", threw bad_alloc" : "") << ", raised";
-  for (const Raised& r : o.raised) out << " " << r.className << " \"" << r.message.value_or("<null>") << "\"";
+  for (const std::string& r : o.raised) out << " \"" << r << "\"";
   return out;
 }
 
@@ -86,26 +70,22 @@ std::ostream& operator<<(std::ostream& out, const Outcome& o) {
 // that trust an unknown size), or a call of the rest of the registration.
 struct Row {
   std::string name;
-  std::function<int64_t(Caller&, B)> call;
+  Call call;
   bool onBlock;
 };
 
 std::vector<Row> rows() {
   std::vector<Row> all;
   for (const auto& [declaration, call] : extension_calls()) all.push_back({declaration, call, true});
-  for (const auto& [name, call] : building_calls()) all.push_back({name, call, true});
-  for (const auto& [name, call] : other_calls()) {
-    all.push_back({name, [call](Caller& c, B) { return call(c); }, false});
-  }
+  for (const auto& [name, call] : kBuildingCalls) all.push_back({name, call, true});
+  for (const auto& [name, call] : other_calls()) all.push_back({name, [call](Caller& c, B) { return call(c); }, false});
   return all;
 }
 
 class AllocFailure : public ::testing::TestWithParam<HostSetup> {
  protected:
   void SetUp() override {
-    HostConfig config;
-    config.version = GetParam().version;
-    config.placement = GetParam().placement;
+    HostConfig config{.version = GetParam().version, .placement = GetParam().placement};
     config.unterminatedText = true;  // the plug-in then copies what it reads as Mac Roman
     host_ = std::make_unique<SimHost>(config);
     plugin_ = std::make_unique<LoadedPlugin>(VEK_PLUGIN_PATH);
@@ -115,66 +95,51 @@ class AllocFailure : public ::testing::TestWithParam<HostSetup> {
   }
   void TearDown() override { AllocFaults::reset(); }
 
-  bool registered(const Row& row) {
-    if (row.name == "BytesVEK") return !host_->registry().extensions.empty();
-    return true;  // the three paths all register the rest
-  }
-
-  Outcome run(const Row& row) {
+  // The row's call, on its block or on nil.
+  Outcome run(const Row& row, bool nil = false) {
     Caller c = make_caller(*host_, *plugin_);
-    size_t size = kTrustSizeZero.count(row.name) ? 128 : 64;
-    B block = host_->newBlock(pattern(size));
+    B block = host_->newBlock(pattern(kTrustSizeZero.count(row.name) ? 128 : 64));
     Outcome o;
     try {
-      o.result = row.call(c, row.onBlock ? block : nullptr);
+      o.result = row.call(c, row.onBlock && !nil ? block : nullptr);
     } catch (const std::bad_alloc&) {
       o.threw = true;
     }
     auto bytes = host_->bytes(block);
     o.block.assign(bytes.begin(), bytes.end());
-    o.raised = host_->takeRaised();
+    for (const Raised& r : host_->takeRaised()) o.raised.push_back(r.className + (r.message ? ": " + *r.message : ""));
     return o;
   }
 
-  // Runs the row with the k-th failure armed by `arm` (k = 1, 2, ...) until
-  // it gives what it gives with nothing failing; `check` judges each failed
-  // run. Returns the number of failure points.
+  // Runs every row with the k-th failure armed by `arm` (k = 1, 2, ...) until
+  // it gives what it gives with nothing failing; `disarm` tells whether the
+  // k-th was reached, `check` judges each failed run.
   template <class Arm, class Disarm, class Check>
-  int sweep(const Row& row, Arm arm, Disarm disarm, Check check) {
-    SCOPED_TRACE(row.name);
-    const Outcome reference = run(row);
-    EXPECT_FALSE(reference.threw);
-    EXPECT_TRUE(LedgerBalanced(*host_));
-    for (int k = 1; k <= 16; ++k) {
-      SCOPED_TRACE("failing allocation " + std::to_string(k));
-      arm(k);
-      Outcome o = run(row);
-      bool reached = disarm(k);
+  void sweep(Arm arm, Disarm disarm, Check check) {
+    for (const Row& row : rows()) {
+      SCOPED_TRACE(row.name);
+      const Outcome reference = run(row);
+      EXPECT_FALSE(reference.threw);
       EXPECT_TRUE(LedgerBalanced(*host_));
-      if (!reached) {
-        EXPECT_EQ(o, reference) << "nothing failed, yet the call did not run through";
-        return k - 1;
+      for (int k = 1;; ++k) {
+        ASSERT_LE(k, 16) << "still failing after 16 allocations";
+        SCOPED_TRACE("failing allocation " + std::to_string(k));
+        arm(k);
+        Outcome o = run(row);
+        bool reached = disarm(k);
+        EXPECT_TRUE(LedgerBalanced(*host_));
+        if (!reached) {
+          EXPECT_EQ(o, reference) << "nothing failed, yet the call did not run through";
+          break;
+        }
+        check(row, o, reference);
       }
-      check(row, o, reference);
     }
-    ADD_FAILURE() << "still failing after 16 allocations";
-    return 16;
   }
 
   std::unique_ptr<SimHost> host_;
   std::unique_ptr<LoadedPlugin> plugin_;
 };
-
-void report(const char* what, const std::map<std::string, int>& points) {
-  std::cout << "[ points   ] " << what << ":";
-  int total = 0;
-  for (const auto& [name, n] : points) {
-    if (n == 0) continue;
-    std::cout << "\n    " << n << "  " << name;
-    total += n;
-  }
-  std::cout << "\n    total " << total << " over " << points.size() << " functions\n";
-}
 
 // The plug-in's own malloc, calloc and realloc: the MemoryBlockVEK buffer and
 // the copy of a text that the host hands out without a terminator. A failed
@@ -182,11 +147,7 @@ void report(const char* what, const std::map<std::string, int>& points) {
 // Resize give False, a code assigned from text that cannot be copied is four
 // spaces.
 TEST_P(AllocFailure, PluginAllocations) {
-  std::map<std::string, int> points;
-  for (const Row& row : rows()) {
-    if (!registered(row)) continue;
-    points[row.name] = sweep(
-        row, [](int k) { AllocFaults::reset(); AllocFaults::armFailure(k); },
+  sweep([](int k) { AllocFaults::reset(); AllocFaults::armFailure(k); },
         [](int k) {
           bool reached = AllocFaults::allocations() >= k;
           AllocFaults::reset();
@@ -206,46 +167,37 @@ TEST_P(AllocFailure, PluginAllocations) {
             ADD_FAILURE() << "allocates unexpectedly: " << o;
           }
         });
-  }
-  report("plug-in allocations", points);
 }
 
 // The host's "newMemoryBlock" gives nil, or throws std::bad_alloc.
 TEST_P(AllocFailure, HostNewMemoryBlock) {
   for (NewBlockFailure mode : {NewBlockFailure::ReturnNull, NewBlockFailure::ThrowBadAlloc}) {
     SCOPED_TRACE(mode == NewBlockFailure::ReturnNull ? "nil" : "bad_alloc");
-    std::map<std::string, int> points;
     int calls_before = 0;
-    for (const Row& row : rows()) {
-      if (!registered(row)) continue;
-      points[row.name] = sweep(
-          row,
-          [&](int k) {
-            calls_before = host_->newMemoryBlockCalls();
-            host_->failNewMemoryBlock(mode, k - 1);
-          },
-          [&](int k) {
-            host_->failNewMemoryBlock(NewBlockFailure::None);
-            return host_->newMemoryBlockCalls() - calls_before >= k;
-          },
-          [&](const Row& r, const Outcome& o, const Outcome&) {
-            EXPECT_EQ(o.result, 0);
-            EXPECT_EQ(o.block, pattern(o.block.size())) << "the receiver never changes";
-            auto builder = kBlockBuilders.find(r.name);
-            if (builder != kBlockBuilders.end()) {
-              EXPECT_FALSE(o.threw);
-              ASSERT_EQ(o.raised.size(), 1u) << o;
-              EXPECT_EQ(o.raised[0].className, "OutOfMemoryException");
-              EXPECT_EQ(o.raised[0].message, block_message(builder->second));
-            } else if (r.name == kAppend) {
-              EXPECT_EQ(o.threw, mode == NewBlockFailure::ThrowBadAlloc) << o;
-              EXPECT_TRUE(o.raised.empty()) << o;
-            } else {
-              ADD_FAILURE() << "asks for a block unexpectedly: " << o;
-            }
-          });
-    }
-    report(mode == NewBlockFailure::ReturnNull ? "newMemoryBlock gives nil" : "newMemoryBlock throws", points);
+    sweep(
+        [&](int k) {
+          calls_before = host_->newMemoryBlockCalls();
+          host_->failNewMemoryBlock(mode, k - 1);
+        },
+        [&](int k) {
+          host_->failNewMemoryBlock(NewBlockFailure::None);
+          return host_->newMemoryBlockCalls() - calls_before >= k;
+        },
+        [&](const Row& r, const Outcome& o, const Outcome&) {
+          EXPECT_EQ(o.result, 0);
+          EXPECT_EQ(o.block, pattern(o.block.size())) << "the receiver never changes";
+          auto builder = kBlockBuilders.find(r.name);
+          if (builder != kBlockBuilders.end()) {
+            EXPECT_FALSE(o.threw);
+            const std::string message = "Failed to allocate a memoryblock with " + std::to_string(builder->second);
+            EXPECT_EQ(o.raised, std::vector<std::string>{"OutOfMemoryException: " + message + " bytes in size."});
+          } else if (r.name == kAppend) {
+            EXPECT_EQ(o.threw, mode == NewBlockFailure::ThrowBadAlloc) << o;
+            EXPECT_TRUE(o.raised.empty()) << o;
+          } else {
+            ADD_FAILURE() << "asks for a block unexpectedly: " << o;
+          }
+        });
   }
 }
 
@@ -256,60 +208,38 @@ TEST_P(AllocFailure, HostNewMemoryBlock) {
 // Only the text an old host converts for OSTypeVEK's assignment is read
 // outside the builders, and there the allocation failure passes through.
 TEST_P(AllocFailure, StringServicesThrow) {
-  const std::vector<std::vector<std::string>> sets = {
-      {"REALBuildString"}, {"REALBuildStringWithEncoding"}, {"REALConvertString"},
-      {"REALBuildString", "REALBuildStringWithEncoding", "REALConvertString"}};
-  const std::set<std::string> refusals = {"NilObjectException", "UnsupportedOperationException"};
-  for (const auto& services : sets) {
-    std::string label;
-    for (const std::string& s : services) label += s + " ";
-    SCOPED_TRACE(label + "throwing");
-    std::map<std::string, int> affected;
+  const std::set<std::string> out_of_memory = {"OutOfMemoryException",
+                                               "OutOfMemoryException: Failed to allocate memory for a string."};
+  std::set<std::string> refusals = {"NilObjectException", "UnsupportedOperationException"};
+  for (const auto& [className, message] : kOwnExceptions) refusals.insert(className + ": " + message);
+  const std::vector<std::string> all = {"REALBuildString", "REALBuildStringWithEncoding", "REALConvertString"};
+  for (const auto& services : {std::vector{all[0]}, std::vector{all[1]}, std::vector{all[2]}, all}) {
+    SCOPED_TRACE(services.size() == 1 ? services[0] : "all string services");
     for (const Row& row : rows()) {
-      if (!registered(row)) continue;
       SCOPED_TRACE(row.name);
       const Outcome reference = run(row);
       for (const std::string& s : services) host_->setThrowing(s, true);
       Outcome o = run(row);
-      Outcome nil;  // the same call on a nil block, which the plug-in refuses
-      if (row.onBlock) {
-        Caller c = make_caller(*host_, *plugin_);
-        try {
-          nil.result = row.call(c, nullptr);
-        } catch (const std::bad_alloc&) {
-          nil.threw = true;
-        }
-        nil.raised = host_->takeRaised();
-      }
+      Outcome nil = row.onBlock ? run(row, true) : Outcome{};  // refused by the plug-in
       for (const std::string& s : services) host_->setThrowing(s, false);
       EXPECT_TRUE(LedgerBalanced(*host_));
 
       EXPECT_FALSE(nil.threw);
-      EXPECT_EQ(nil.result == 0 || nil.result == -1 || nil.result == -2, true) << nil;
-      for (const Raised& r : nil.raised) {
-        bool own = refusals.count(r.className) && (!r.message || kOwnExceptions.count({r.className, *r.message}));
-        bool out_of_memory = r.className == "OutOfMemoryException" &&
-                             (!r.message || *r.message == "Failed to allocate memory for a string.");
-        EXPECT_TRUE(own || out_of_memory) << nil;
-      }
+      EXPECT_TRUE(nil.result == 0 || nil.result == -1 || nil.result == -2) << nil;
+      for (const std::string& r : nil.raised) EXPECT_TRUE(refusals.count(r) || out_of_memory.count(r)) << nil;
 
-      affected[row.name] = o == reference ? 0 : 1;
       if (o == reference) continue;
-      const bool converted_by_old_host = !GetParam().version && row.name.starts_with("OSTypeVEK") &&
-                                         std::find(services.begin(), services.end(), "REALConvertString") != services.end();
       if (o.threw) {
-        EXPECT_TRUE(converted_by_old_host) << "an allocation failure passed through: " << o;
+        EXPECT_TRUE(!GetParam().version && row.name.starts_with("OSTypeVEK") &&
+                    std::count(services.begin(), services.end(), "REALConvertString"))
+            << "an allocation failure passed through: " << o;
         EXPECT_EQ(o.block, pattern(o.block.size())) << "nothing is written when the text cannot be read";
         continue;
       }
       EXPECT_EQ(o.result, 0) << o;
       EXPECT_FALSE(o.raised.empty()) << o;
-      for (const Raised& r : o.raised) {
-        EXPECT_EQ(r.className, "OutOfMemoryException") << o;
-        EXPECT_TRUE(!r.message || *r.message == "Failed to allocate memory for a string.") << o;
-      }
+      for (const std::string& r : o.raised) EXPECT_TRUE(out_of_memory.count(r)) << o;
     }
-    report(("strings: " + label).c_str(), affected);
   }
 }
 

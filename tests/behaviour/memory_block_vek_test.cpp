@@ -1,7 +1,7 @@
 // The MemoryBlockVEK class through the simulated host: instances are made and
-// destroyed by the host, the methods and properties reached through the
-// class's registered records. The plug-in's buffer allocations are counted
-// and failed on request, so the largest sizes are tried without 2 GiB.
+// destroyed by the host, the members called by their registered keys. The
+// plug-in's buffer allocations are counted and failed on request, so the
+// largest sizes are tried without 2 GiB.
 #include <cstring>
 #include <utility>
 
@@ -9,12 +9,6 @@
 #include "tests/support/plugin_test.h"
 
 namespace {
-using SizeMethod = bool(REALobject, int64_t);
-using CloseMethod = void(REALobject);
-using AddressGetter = uint64_t(REALobject, int32_t);
-using SizeGetter = int64_t(REALobject, int32_t);
-using MemoryGetter = REALmemoryBlock(REALobject, int32_t);
-
 constexpr int64_t kLargest = 2147483647;
 
 class MemoryBlockVEKClass : public PluginTest {
@@ -32,175 +26,133 @@ class MemoryBlockVEKClass : public PluginTest {
     PluginTest::TearDown();
   }
 
-  bool create(int64_t size) { return member<SizeMethod>("Create(size as Int64) as boolean")(object_, size); }
-  bool resize(int64_t size) { return member<SizeMethod>("Resize(Size as Int64) as boolean")(object_, size); }
-  void close() { member<CloseMethod>("Close")(object_); }
-  uint64_t address() { return member<AddressGetter>("Address")(object_, 0); }
-  int64_t size() { return member<SizeGetter>("Size")(object_, 0); }
+  bool create(int64_t size, const void* object) { return call("Create(size as Int64) as boolean", object, size).i; }
+  bool create(int64_t size) { return create(size, object_); }
+  bool resize(int64_t size, const void* object) { return call("Resize(Size as Int64) as boolean", object, size).i; }
+  bool resize(int64_t size) { return resize(size, object_); }
+  caller::Value get(const char* property, const void* object) {
+    return call_as(caller::Role::Getter, property, {object, 0});
+  }
+  uint8_t* buffer() { return reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(get("Address", object_).i)); }
+  int64_t size() { return get("Size", object_).i; }
   // What Memory hands out, taken over by the test.
   REALmemoryBlock memory() {
-    REALmemoryBlock block = member<MemoryGetter>("Memory")(object_, 0);
+    auto block = static_cast<REALmemoryBlock>(get("Memory", object_).p);
     take(block);
     return block;
   }
-  uint8_t* buffer() { return reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(address())); }
 
   void expectClosed() {
-    EXPECT_EQ(address(), 0u);
+    EXPECT_EQ(buffer(), nullptr);
     EXPECT_EQ(size(), 0);
-    EXPECT_EQ(member<MemoryGetter>("Memory")(object_, 0), nullptr);
+    EXPECT_EQ(memory(), nullptr);
     EXPECT_BALANCED(host());
   }
   // Open: the plug-in holds exactly the reference of its own Memory block.
   void expectOpen(int64_t expected_size) {
-    EXPECT_NE(address(), 0u);
+    EXPECT_NE(buffer(), nullptr);
     EXPECT_EQ(size(), expected_size);
     EXPECT_TRUE(LedgerBalanced(host(), 1));
-  }
-
-  template <typename Fn>
-  Fn* member(const char* name) {
-    return plugin().classMember<Fn>("MemoryBlockVEK", name);
   }
 
   REALobject object_ = nullptr;
 };
 
-TEST_P(MemoryBlockVEKClass, NewInstanceIsClosed) {
+// The host never calls a member without its object; if it did, nothing would
+// be touched.
+TEST_P(MemoryBlockVEKClass, NewInstanceIsClosedAndNoObjectIsRefused) {
   expectClosed();
-  close();  // closing a closed object is harmless
+  call("Close", object_);  // closing a closed object is harmless
   expectClosed();
+  EXPECT_FALSE(create(16, nullptr));
+  EXPECT_FALSE(resize(16, nullptr));
+  call("Close", nullptr);
+  EXPECT_EQ(get("Address", nullptr).i, 0);
+  EXPECT_EQ(get("Size", nullptr).i, 0);
+  EXPECT_EQ(get("Memory", nullptr).p, nullptr);
+  EXPECT_EQ(AllocFaults::allocations(), 0);
 }
 
+// Zero-filled, with the fields where the host said the instance data lies
+// and Memory over the same bytes.
 TEST_P(MemoryBlockVEKClass, CreateOpensZeroFilled) {
-  ASSERT_TRUE(create(16));
-  expectOpen(16);
-  EXPECT_EQ(Bytes(buffer(), buffer() + 16), Bytes(16, 0));
-  REALmemoryBlock block = memory();
-  ASSERT_NE(block, nullptr);
-  EXPECT_EQ(host().bytes(block).data(), buffer()) << "Memory is over the same bytes";
-  EXPECT_EQ(AllocFaults::allocations(), 1);
-}
-
-// The fields lie where the host said the instance data is.
-TEST_P(MemoryBlockVEKClass, FieldsAtTheHostsOffset) {
   ASSERT_TRUE(create(24));
-  const auto& classes = host().registry().classes;
-  ASSERT_EQ(classes.size(), 1u);
-  const char* data = reinterpret_cast<const char*>(object_) + classes[0].dataOffset;
-  int64_t stored_size;
-  void* stored_memory;
-  void* stored_address;
-  std::memcpy(&stored_size, data, 8);
-  std::memcpy(&stored_memory, data + 8, sizeof(void*));
-  std::memcpy(&stored_address, data + 8 + sizeof(void*), sizeof(void*));
-  EXPECT_EQ(stored_size, 24);
-  EXPECT_EQ(stored_address, buffer());
+  expectOpen(24);
+  EXPECT_EQ(AllocFaults::allocations(), 1);
+  EXPECT_EQ(Bytes(buffer(), buffer() + 24), Bytes(24, 0));
   REALmemoryBlock block = memory();
-  EXPECT_EQ(stored_memory, block);
+  EXPECT_EQ(host().bytes(block).data(), buffer());
+  ASSERT_EQ(host().registry().classes.size(), 1u);
+  const char* data = reinterpret_cast<const char*>(object_) + host().registry().classes[0].dataOffset;
+  struct {
+    int64_t size;
+    void* memory;
+    void* address;
+  } stored;
+  std::memcpy(&stored, data, sizeof stored);
+  EXPECT_EQ(stored.size, 24);
+  EXPECT_EQ(stored.memory, block);
+  EXPECT_EQ(stored.address, buffer());
 }
 
-TEST_P(MemoryBlockVEKClass, CreateRefusesSizesOutOfRange) {
-  for (int64_t size : {int64_t{0}, int64_t{-1}, INT64_MIN, kLargest + 1, INT64_MAX}) {
+// Sizes out of range are refused before allocating; the largest is tried,
+// its allocation failed here. A refused Resize leaves the object as it was;
+// Create closes it first, whatever the outcome.
+TEST_P(MemoryBlockVEKClass, RefusedSizes) {
+  for (int64_t size : {int64_t{0}, int64_t{-1}, INT64_MIN, kLargest + 1, INT64_MAX, kLargest}) {
     SCOPED_TRACE(size);
-    ASSERT_TRUE(create(8));
     AllocFaults::reset();
+    ASSERT_TRUE(create(16));
+    buffer()[15] = 0x77;
+    uint8_t* before = buffer();
+    REALmemoryBlock block = memory();
+    AllocFaults::reset();
+    AllocFaults::armFailure(1);
+    EXPECT_FALSE(resize(size));
+    EXPECT_EQ(AllocFaults::allocations(), size == kLargest ? 1 : 0);
+    EXPECT_EQ(buffer(), before);
+    expectOpen(16);
+    EXPECT_EQ(buffer()[15], 0x77);
+    EXPECT_EQ(memory(), block) << "the same Memory block";
+    AllocFaults::reset();
+    AllocFaults::armFailure(1);
     EXPECT_FALSE(create(size));
-    EXPECT_EQ(AllocFaults::allocations(), 0) << "refused before allocating";
-    expectClosed();  // closed first, whatever the outcome
+    EXPECT_EQ(AllocFaults::allocations(), size == kLargest ? 1 : 0);
+    expectClosed();
   }
 }
 
-TEST_P(MemoryBlockVEKClass, CreateOfTheLargestSizeIsAttempted) {
-  ASSERT_TRUE(create(8));
-  AllocFaults::reset();
-  AllocFaults::armFailure(1);
-  EXPECT_FALSE(create(kLargest));
-  EXPECT_EQ(AllocFaults::allocations(), 1);
-  expectClosed();
-}
-
-TEST_P(MemoryBlockVEKClass, ResizeOpensAClosedObject) {
-  ASSERT_TRUE(resize(32));
-  expectOpen(32);
-  EXPECT_NE(memory(), nullptr);
-}
-
-TEST_P(MemoryBlockVEKClass, ResizeKeepsTheLeadingBytes) {
-  ASSERT_TRUE(create(16));
-  for (int i = 0; i < 16; ++i) buffer()[i] = static_cast<uint8_t>(i + 1);
-  ASSERT_TRUE(resize(4096));
-  expectOpen(4096);
-  EXPECT_EQ(Bytes(buffer(), buffer() + 16), Bytes({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}));
+TEST_P(MemoryBlockVEKClass, ResizeOpensKeepsAndFollows) {
   ASSERT_TRUE(resize(3));
   expectOpen(3);
+  std::memcpy(buffer(), "\x01\x02\x03", 3);
+  ASSERT_TRUE(resize(4096));
+  expectOpen(4096);
   EXPECT_EQ(Bytes(buffer(), buffer() + 3), Bytes({1, 2, 3}));
+  ASSERT_TRUE(resize(2));
+  expectOpen(2);
+  EXPECT_EQ(Bytes(buffer(), buffer() + 2), Bytes({1, 2}));
   EXPECT_EQ(host().bytes(memory()).data(), buffer()) << "Memory follows the buffer";
 }
 
-// Out-of-range sizes and a failed reallocation leave the object as it was.
-TEST_P(MemoryBlockVEKClass, RefusedResizeChangesNothing) {
-  ASSERT_TRUE(create(16));
-  buffer()[15] = 0x77;
-  const uint64_t before = address();
-  REALmemoryBlock block = memory();
-  for (int64_t size : {int64_t{0}, int64_t{-5}, kLargest + 1, INT64_MAX, int64_t{64}}) {
-    SCOPED_TRACE(size);
-    AllocFaults::reset();
-    AllocFaults::armFailure(1);  // fails the reallocation to 64 bytes
-    EXPECT_FALSE(resize(size));
-    EXPECT_EQ(AllocFaults::allocations(), size == 64 ? 1 : 0);
-    EXPECT_EQ(address(), before);
-    expectOpen(16);
-    EXPECT_EQ(buffer()[15], 0x77);
-    REALmemoryBlock again = memory();
-    EXPECT_EQ(again, block) << "the same Memory block";
-  }
-}
-
 // Each read of Memory hands out a reference of the receiver's own; Close
-// gives back only the plug-in's.
+// and the instance's destruction give back only the plug-in's.
 TEST_P(MemoryBlockVEKClass, MemoryReferences) {
-  ASSERT_TRUE(create(16));
-  REALmemoryBlock first = memory();
-  REALmemoryBlock second = memory();
-  EXPECT_EQ(first, second);
-  EXPECT_EQ(host().references(first), 3);
-  EXPECT_EQ(host().pluginReferences(first), 1);
-  close();
-  expectClosed();
-  EXPECT_EQ(host().references(first), 2) << "the test's two stay";
-}
-
-TEST_P(MemoryBlockVEKClass, DestroyingTheInstanceClosesIt) {
-  ASSERT_TRUE(create(16));
-  REALmemoryBlock block = memory();
-  host().release(std::exchange(object_, nullptr));
-  EXPECT_BALANCED(host());
-  EXPECT_EQ(host().references(block), 1) << "only the test's reference is left";
-}
-
-TEST_P(MemoryBlockVEKClass, WithoutPtrToMemoryBlock) {
-  host().setMissing("PtrToMemoryBlock", true);
-  ASSERT_TRUE(create(16));
-  EXPECT_NE(address(), 0u);
-  EXPECT_EQ(memory(), nullptr);
-  ASSERT_TRUE(resize(64));
-  EXPECT_EQ(size(), 64);
-  EXPECT_EQ(memory(), nullptr);
-  EXPECT_BALANCED(host());
-}
-
-// The host never calls a class member without its object; if it did, nothing
-// would be touched.
-TEST_P(MemoryBlockVEKClass, NoObject) {
-  EXPECT_FALSE(member<SizeMethod>("Create(size as Int64) as boolean")(nullptr, 16));
-  EXPECT_FALSE(member<SizeMethod>("Resize(Size as Int64) as boolean")(nullptr, 16));
-  member<CloseMethod>("Close")(nullptr);
-  EXPECT_EQ(member<AddressGetter>("Address")(nullptr, 0), 0u);
-  EXPECT_EQ(member<SizeGetter>("Size")(nullptr, 0), 0);
-  EXPECT_EQ(member<MemoryGetter>("Memory")(nullptr, 0), nullptr);
-  EXPECT_EQ(AllocFaults::allocations(), 0);
+  for (bool destroy : {false, true}) {
+    ASSERT_TRUE(create(16));
+    REALmemoryBlock first = memory();
+    EXPECT_EQ(memory(), first);
+    EXPECT_EQ(host().references(first), 3);
+    EXPECT_EQ(host().pluginReferences(first), 1);
+    if (destroy) {
+      host().release(std::exchange(object_, host().newInstance("MemoryBlockVEK")));
+    } else {
+      call("Close", object_);
+      expectClosed();
+    }
+    EXPECT_BALANCED(host());
+    EXPECT_EQ(host().references(first), 2) << "the test's two stay";
+  }
 }
 
 INSTANTIATE_ON_EVERY_HOST(MemoryBlockVEKClass);
