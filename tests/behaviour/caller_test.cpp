@@ -26,6 +26,8 @@ struct Version {
   std::optional<double> version;
   size_t calls;  // functions registered: methods, setters, property getters
 };
+// Printed by name: gtest would otherwise dump the bytes, padding included.
+void PrintTo(const Version& v, std::ostream* out) { *out << v.name; }
 
 class CallerRegistry : public ::testing::TestWithParam<Version> {};
 
