@@ -122,9 +122,9 @@ const CodeCase kCodeCases[] = {
     {"the first four of seven", "ABCDEFG", kASCII, {0x44, 0x43, 0x42, 0x41}, {"ABCD", kASCII}},
     {"nil string: four spaces", std::nullopt, kASCII, {0x20, 0x20, 0x20, 0x20}, {"    ", kASCII}},
     {"UTF-8 converted to Mac Roman", "\xC3\xA9" "ab", kUTF8, {0x20, 0x62, 0x61, 0x8E}, {"\x8E" "ab ", kMacRoman}},
-    {"Mac Roman as it is", "\x8E\xA5xy", kMacRoman, {0x79, 0x78, 0xA5, 0x8E}, {"\x8E\xA5xy", kMacRoman}},
+    {"Mac Roman as it is", "\x80\xA5xy", kMacRoman, {0x79, 0x78, 0xA5, 0x80}, {"\x80\xA5xy", kMacRoman}},
     {"no stated encoding, plain ASCII", "wxyz", kUnknown, {0x7A, 0x79, 0x78, 0x77}, {"wxyz", kASCII}},
-    {"no stated encoding, taken as Mac Roman", "\x8Exy", kUnknown, {0x20, 0x79, 0x78, 0x8E}, {"\x8Exy ", kMacRoman}},
+    {"no stated encoding, taken as Mac Roman", "\x80xy", kUnknown, {0x20, 0x79, 0x78, 0x80}, {"\x80xy ", kMacRoman}},
     {"no Mac Roman for it: four spaces", "\xE6\x97\xA5", kUTF8, {0x20, 0x20, 0x20, 0x20}, {"    ", kASCII}},
     {"a zero character is kept", std::string("a\0b", 3), kASCII, {0x20, 0x62, 0x00, 0x61}, {std::string("a\0b ", 4), kASCII}},
 };
@@ -153,6 +153,17 @@ TEST_P(Fields, CodeRange) {
   set_code(b, 6, text);
   EXPECT_EQ(bytes(b), (Bytes{0, 0, 0, 0, 0, 0, 0x54, 0x58, 0x45, 0x54}));
   EXPECT_EQ(get_code(b, 6), (Text{"TEXT", kASCII}));
+}
+
+// When the host cannot give Mac Roman at all, the code is four spaces; text
+// of no stated encoding in plain ASCII needs no conversion.
+TEST_P(Fields, CodeWithoutConversionServices) {
+  host().setMissing("PluginGetStringData", true);
+  host().setMissing("REALConvertString", true);
+  B b = block(kZeros);
+  set_code(b, 0, string("TEXT", kASCII));
+  set_code(b, 4, string("wxyz", kUnknown));
+  EXPECT_EQ(bytes(b), (Bytes{0x20, 0x20, 0x20, 0x20, 0x7A, 0x79, 0x78, 0x77, 0, 0}));
 }
 
 const std::array<uint8_t, 70> kSpec = [] {

@@ -19,12 +19,14 @@ struct SubBlockCase {
 };
 
 const SubBlockCase kCases[] = {
+    {"mid from 0 copies all", kMid1, 0, 0, kOneToTen},
     {"mid from the last byte", kMid1, 9, 0, Bytes{10}},
     {"mid at the size", kMid1, 10, 0, std::nullopt},
     {"mid negative offset", kMid1, -1, 0, std::nullopt},
     {"mid2 inside", kMid2, 2, 3, Bytes{3, 4, 5}},
     {"mid2 cut at the end", kMid2, 8, 100, Bytes{9, 10}},
     {"mid2 huge length cannot overflow", kMid2, 8, kMax, Bytes{9, 10}},
+    {"mid2 the whole block", kMid2, 0, 10, kOneToTen},
     {"mid2 zero length", kMid2, 0, 0, std::nullopt},
     {"mid2 negative length", kMid2, 0, -3, std::nullopt},
     {"mid2 negative offset", kMid2, -1, 3, std::nullopt},
@@ -82,6 +84,10 @@ TEST_P(SubBlocks, Append) {
   EXPECT_NE(copy, ten) << "a copy, not the receiver";
   EXPECT_EQ(taken(copy), kOneToTen);
   EXPECT_EQ(call(kAppend, empty, empty).p, nullptr);
+  REALmemoryBlock no_data = block({1});
+  host().overrideReportedData(no_data, nullptr);
+  EXPECT_EQ(call(kAppend, ten, no_data).p, nullptr);
+  EXPECT_EQ(call(kAppend, no_data, ten).p, nullptr);
   EXPECT_NOTHING_RAISED(host());
   EXPECT_EQ(call(kAppend, nullptr, ten).p, nullptr);
   EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
