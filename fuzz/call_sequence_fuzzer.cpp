@@ -2,7 +2,9 @@
 // registered extension method (the two setters included), the MemoryBlockVEK
 // class's members and property getters, BytesVEK and both globals, in any
 // order, with any argument values, on blocks whose storage ends at (or starts
-// after) a PROT_NONE page.
+// after) a PROT_NONE page. Calls go through the host's caller, from the
+// registered declarations; the table below adds only what a declaration does
+// not say: how far a call may reach and what it may write.
 //
 // Invariants checked after every call; a broken one aborts with a message,
 // so that libFuzzer keeps the input:
@@ -36,14 +38,11 @@
 //                 1 byte content (kind in bits 0-1, see fill_bytes) and its
 //                 parameter byte, 1 byte flags (bit 0: the host reports no
 //                 data, bit 1: the host reports a negative size)
-//   then calls    1 byte entry (modulo the table), then each argument as its
+//   then calls    1 byte row (modulo the table), then each argument as its
 //                 kind reads it (the read_* functions), until the input ends
 //                 or kMaxCalls calls are made.
 // An input that starts with "#vek" is the same bytes written as hex pairs,
 // with '#' starting a comment to the end of the line (fuzz/corpus).
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -59,15 +58,19 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "frame/rb_handles.h"
+#include "host/caller.h"
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
+#include "tests/support/guarded_buffer.h"
 
 namespace {
+
+using caller::Kind;
+using caller::Role;
+using caller::Value;
 
 constexpr size_t kMaxBlock = 8192;
 constexpr int64_t kMaxRaw = 1 << 16;
@@ -172,108 +175,7 @@ void fill_bytes(uint8_t* out, size_t size, uint8_t kind, Reader& in) {
   }
 }
 
-// -- raw memory the fuzzer owns ----------------------------------------------------
-
-// [PROT_NONE page][data pages][PROT_NONE page], the bytes flush against the
-// guard the placement names; 0 bytes sit between the two guards.
-class GuardedBuffer {
- public:
-  GuardedBuffer(size_t size, Placement placement) {
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const size_t data_bytes = (size + page - 1) / page * page;
-    length_ = data_bytes + 2 * page;
-    base_ = mmap(nullptr, length_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (base_ == MAP_FAILED) fail("cannot map %zu bytes", size);
-    uint8_t* first = static_cast<uint8_t*>(base_) + page;
-    if (data_bytes != 0 && mprotect(first, data_bytes, PROT_READ | PROT_WRITE) != 0) fail("mprotect failed");
-    data_ = placement == Placement::GuardAfter ? first + data_bytes - size : first;
-    size_ = size;
-  }
-  GuardedBuffer(const GuardedBuffer&) = delete;
-  GuardedBuffer& operator=(const GuardedBuffer&) = delete;
-  ~GuardedBuffer() { munmap(base_, length_); }
-  uint8_t* data() const { return data_; }
-  size_t size() const { return size_; }
-
- private:
-  void* base_ = nullptr;
-  size_t length_ = 0;
-  uint8_t* data_ = nullptr;
-  size_t size_ = 0;
-};
-
 // -- the call table -----------------------------------------------------------------
-
-enum class Arg : uint8_t {
-  Int,      // Integer
-  Int64,    // Int64
-  Size64,   // a MemoryBlockVEK size
-  Double,
-  Bool,
-  Block,    // MemoryBlock: nil, a block, the receiver, or a block over a raw buffer
-  Ptr,      // Ptr: nil or a raw buffer
-  Handle,   // an Integer holding a handle: 0, a master pointer to nil, or to a raw buffer
-  Address,  // an Integer holding an address: 0 or a raw buffer
-  Str,
-  Folder,
-  Ignored,  // the getters' unused Integer
-};
-
-enum class Where : uint8_t { Extension, Setter, Property, Global, Member };
-
-struct Value {
-  int64_t i = 0;        // integers and addresses; a string's byte count
-  double d = 0;
-  void* p = nullptr;    // handles and pointers
-};
-
-struct Outcome {
-  bool has_result = false;
-  bool neutral = false;
-  const void* handed = nullptr;  // a handle the caller now holds a reference of
-};
-
-template <class T>
-T as(const Value& v) {
-  if constexpr (std::is_same_v<T, double>) {
-    return v.d;
-  } else if constexpr (std::is_pointer_v<T>) {
-    return static_cast<T>(v.p);
-  } else {
-    return static_cast<T>(v.i);
-  }
-}
-
-template <class R>
-Outcome outcome_of(R result) {
-  if constexpr (std::is_same_v<R, REALmemoryBlock> || std::is_same_v<R, REALstring> ||
-                std::is_same_v<R, REALfolderItem>) {
-    return {true, result == nullptr, result};
-  } else if constexpr (std::is_same_v<R, bool>) {
-    return {true, !result, nullptr};
-  } else if constexpr (std::is_same_v<R, int32_t>) {
-    return {true, result < 0, nullptr};  // -1 and -2 of the searches
-  } else {
-    return {true, result == R{}, nullptr};  // addresses and sizes
-  }
-}
-
-template <class R, class... A, size_t... I>
-Outcome call_with(const void* fn, [[maybe_unused]] const Value* v, std::index_sequence<I...>) {
-  auto typed = reinterpret_cast<R (*)(A...)>(const_cast<void*>(fn));
-  if constexpr (std::is_void_v<R>) {
-    typed(as<A>(v[I])...);
-    return {};
-  } else {
-    return outcome_of<R>(typed(as<A>(v[I])...));
-  }
-}
-
-// The C++ signature of a registered function; values are taken in order.
-template <class R, class... A>
-Outcome invoke(const void* fn, const Value* v) {
-  return call_with<R, A...>(fn, v, std::index_sequence_for<A...>{});
-}
 
 // What a call may touch behind the raw buffers of its values: need[k] bytes
 // from the start of value k's buffer (the receiver is value 0). size[k] is
@@ -297,23 +199,25 @@ struct Reach {
 int64_t whole(int64_t count, int64_t unit) { return count / unit * unit; }
 int64_t up_to(int64_t count, int64_t unit) { return count <= 0 ? count : (count + unit - 1) / unit * unit; }
 
-struct Entry {
-  const char* name;  // declaration, member or property name
-  Where where;
-  std::vector<Arg> args;  // the declared arguments (the receiver or object comes first, not listed)
-  Outcome (*invoke)(const void* fn, const Value* v);
+enum class On : uint8_t { Block, Global, Object };  // what the call is made on
+
+struct Row {
+  const char* name;
+  Role role;
+  On on;
+  int arity;  // the called arguments, where overloads share a name; 0 otherwise
   void (*reach)(Reach&);
   uint32_t writes;  // bit k: value k's bytes may change
+  bool handle = false;  // its address argument is a handle: a pointer to the bytes' address
 };
 
 constexpr uint32_t W(int k) { return 1u << k; }
 void none(Reach&) {}
-
-using B = REALmemoryBlock;
-using S = REALstring;
-using F = REALfolderItem;
-using O = REALobject;
-using I = int32_t;
+void span12(Reach& r) { r.span(0, r.i(1), r.i(2)); }
+// Copies between the receiver's run and value 3 (a block, Ptr or handle) from its start.
+void out_to3(Reach& r) { span12(r), r.span(3, 0, r.i(2)); }
+void in_from1(Reach& r) { r.span(1, 0, r.i(2)), r.span(0, r.i(3), r.i(2)); }
+void two_runs(Reach& r) { span12(r), r.span(3, r.i(4), r.i(2)); }
 
 // The pixel methods: a block of size 0 is trusted with ceil(Length / 4) pixels.
 void pixels(Reach& r, int offset) { r.span(0, r.i(offset), up_to(r.i(offset + 1), 4)); }
@@ -380,218 +284,112 @@ void expand(Reach& r) {
   r.span(1, 0, 8 * count);
 }
 
-const std::vector<Entry>& entries() {
-  static const std::vector<Entry> table = {
-      // -- colour and signal --
-      {"ConvertRGB12BitTo8BitVEK(Width as Integer)", Where::Extension, {Arg::Int}, invoke<void, B, I>,
-       [](Reach& r) { r.span(0, 0, 9 * r.i(1)); }, W(0)},
-      {"_Calc3te(Source1 as Integer, Source2 as Integer, Source3 as Integer, Source4 as Integer, Dest1 as Integer, Dest2 as Integer, Dest3 as Integer, Dest4 as Integer, Tolerance as double, offsetByte as Integer = 0, Length as integer = 0)",
-       Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Double, Arg::Int, Arg::Int},
-       invoke<void, B, I, I, I, I, I, I, I, I, double, I, I>, [](Reach& r) { pixels(r, 10); }, W(0)},
-      {"_Calc2teCMY(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
-       Where::Extension, {Arg::Int, Arg::Int, Arg::Int, Arg::Bool}, invoke<void, B, I, I, I, uint8_t>,
-       [](Reach& r) { pixels(r, 2); }, W(0)},
-      {"_Calc2teCMYK(iByteMax as integer = 255, offsetByte as Integer = 0, Length as integer = 0, WithSum0 as boolean = true)",
-       Where::Extension, {Arg::Int, Arg::Int, Arg::Int, Arg::Bool}, invoke<void, B, I, I, I, uint8_t>,
-       [](Reach& r) { pixels(r, 2); }, W(0)},
-      {"_CalcLogSweepTableVEK(offsetByte as Integer, Z as integer, lw1 as integer, lw2 as integer, T as double)",
-       Where::Extension, {Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Double}, invoke<void, B, I, I, I, I, double>,
-       [](Reach& r) { r.span(0, r.i(1), 8 * r.i(2)); }, W(0)},
-      {"_ConvertPolarToCartesian(offsetByte as Integer, Z as integer, polarData as Memoryblock)", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Block}, invoke<void, B, I, I, B>, records, W(0)},
-      {"_ConvertCartesianToPolar(offsetByte as Integer, Z as integer, CartesianData as Memoryblock)", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Block}, invoke<void, B, I, I, B>, records, W(0)},
-      // -- numeric --
-      {"MultiplyUInt16VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)", Where::Extension,
-       {Arg::Double, Arg::Int, Arg::Int}, invoke<void, B, double, I, I>,
-       [](Reach& r) { r.span(0, r.i(2), whole(r.i(3), 2)); }, W(0)},
-      {"MultiplyUInt8VEK(Factor as double, offsetByte as Integer = 0, lengthBytes as integer = 0)", Where::Extension,
-       {Arg::Double, Arg::Int, Arg::Int}, invoke<void, B, double, I, I>,
-       [](Reach& r) { r.span(0, r.i(2), r.i(3)); }, W(0)},
-      {"MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-       Where::Extension, {Arg::Ptr, Arg::Ptr, Arg::Int, Arg::Bool, Arg::Int, Arg::Int},
-       invoke<bool, B, void*, void*, I, uint8_t, I, I>, elementwise, W(0)},
-      {"MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-       Where::Extension, {Arg::Ptr, Arg::Ptr, Arg::Int, Arg::Bool, Arg::Int, Arg::Int},
-       invoke<bool, B, void*, void*, I, uint8_t, I, I>, elementwise, W(0)},
-      // -- mirroring --
-      {"MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
-      {"MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
-      {"MirrorBitsVEK(offsetBit as Integer, lengthBit as integer)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.bits(0, r.i(1), r.i(2)); }, W(0)},
-      // -- addresses and fields --
-      {"AddressVEK(offset as Int64 = 0) as UInt64", Where::Extension, {Arg::Int64}, invoke<uint64_t, B, int64_t>, none, 0},
-      {"AddressPtrVEK(offset as Int64 = 0) as Ptr", Where::Extension, {Arg::Int64}, invoke<void*, B, int64_t>, none, 0},
-      {"OSTypeVEK(offset as Integer) as String", Where::Extension, {Arg::Int}, invoke<S, B, I>,
-       [](Reach& r) { r.span(0, r.i(1), 4); }, 0},
-      {"OSTypeVEK(offset as Integer) as String", Where::Setter, {Arg::Int, Arg::Str}, invoke<void, B, I, S>,
-       [](Reach& r) { r.span(0, r.i(1), 4); }, W(0)},
-      {"GetStringVEK(offset as Integer, numBytes as Integer) as String", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<S, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
-      {"SetStringVEK(str as String, offset as Integer)", Where::Extension, {Arg::Str, Arg::Int}, invoke<void, B, S, I>,
-       [](Reach& r) { r.span(0, r.i(2), r.i(1)); }, W(0)},
-      // -- byte swapping --
-      {"SwapBytesVEK(offset as Integer, numBytes as Integer)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
-      {"SwapBytes16VEK(offset as Integer, numBytes as Integer)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 2)); }, W(0)},
-      {"SwapBytes32VEK(offset as Integer, numBytes as Integer)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 4)); }, W(0)},
-      // -- compare and search --
-      {"BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean",
-       Where::Extension, {Arg::Int, Arg::Int, Arg::Block, Arg::Int}, invoke<bool, B, I, I, B, I>,
-       [](Reach& r) {
-         r.span(0, r.i(1), r.i(2));
-         r.span(3, r.i(4), r.i(2));
-       },
-       0},
-      {"BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<bool, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
-      {"FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Int}, invoke<I, B, I, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
-      {"FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Int}, invoke<I, B, I, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
-      // -- copies --
-      {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Int}, invoke<void, B, I, I, I>,
-       [](Reach& r) {
-         r.span(0, r.i(1), r.i(2));
-         r.span(0, r.i(3), r.i(2));
-       },
-       W(0)},
-      {"CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)",
-       Where::Extension, {Arg::Int, Arg::Int, Arg::Block, Arg::Int}, invoke<void, B, I, I, B, I>,
-       [](Reach& r) {
-         r.span(0, r.i(1), r.i(2));
-         r.span(3, r.i(4), r.i(2));
-       },
-       W(3)},
-      {"CopyBytesToMacPtrVEK(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Ptr}, invoke<void, B, I, I, void*>,
-       [](Reach& r) {
-         r.span(0, r.i(1), r.i(2));
-         r.span(3, 0, r.i(2));
-       },
-       W(3)},
-      {"CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)", Where::Extension,
-       {Arg::Ptr, Arg::Int, Arg::Int}, invoke<void, B, void*, I, I>,
-       [](Reach& r) {
-         r.span(1, 0, r.i(2));
-         r.span(0, r.i(3), r.i(2));
-       },
-       W(0)},
-      {"CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Handle}, invoke<void, B, I, I, intptr_t>,
-       [](Reach& r) {
-         r.span(0, r.i(1), r.i(2));
-         r.span(3, 0, r.i(2));
-       },
-       W(3)},
-      {"CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)", Where::Extension,
-       {Arg::Handle, Arg::Int, Arg::Int}, invoke<void, B, intptr_t, I, I>,
-       [](Reach& r) {
-         r.span(1, 0, r.i(2));
-         r.span(0, r.i(3), r.i(2));
-       },
-       W(0)},
-      {"FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Str}, invoke<I, B, I, I, S>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, 0},
-      {"FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as Integer) as Integer",
-       Where::Extension, {Arg::Int, Arg::Int, Arg::Block, Arg::Int, Arg::Int}, invoke<I, B, I, I, B, I, I>,
-       [](Reach& r) {
-         r.span(0, r.i(1), r.i(2));
-         r.span(3, r.i(4), r.i(5));
-       },
-       0},
-      {"FSSpecVEK(offset as Integer) as FolderItem", Where::Extension, {Arg::Int}, invoke<F, B, I>,
-       [](Reach& r) { r.span(0, r.i(1), 70); }, 0},
-      {"FSSpecVEK(offset as Integer) as FolderItem", Where::Setter, {Arg::Int, Arg::Folder}, invoke<void, B, I, F>,
-       [](Reach& r) { r.span(0, r.i(1), 70); }, W(0)},
-      // -- sub-blocks: a block of size 0 has nothing to give --
-      {"MidVEK(offset as integer) as Memoryblock", Where::Extension, {Arg::Int}, invoke<B, B, I>, none, 0},
-      {"MidVEK(offset As Integer, length As Integer) as Memoryblock", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<B, B, I, I>, none, 0},
-      {"LeftVEK(length as integer) as Memoryblock", Where::Extension, {Arg::Int}, invoke<B, B, I>, none, 0},
-      {"RightVEK(length As Integer) as Memoryblock", Where::Extension, {Arg::Int}, invoke<B, B, I>, none, 0},
-      {"AppendVEK(other as Memoryblock) as Memoryblock", Where::Extension, {Arg::Block}, invoke<B, B, B>, none, 0},
-      // -- fill and invert --
-      {"FillBytesVEK(offset as integer, count as integer, value as integer)", Where::Extension,
-       {Arg::Int, Arg::Int, Arg::Int}, invoke<void, B, I, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
-      {"InvertBytesVEK(offset as integer, count as integer)", Where::Extension, {Arg::Int, Arg::Int},
-       invoke<void, B, I, I>, [](Reach& r) { r.span(0, r.i(1), r.i(2)); }, W(0)},
-      // -- strided copies --
-      {"CopyNthBytesVEK(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
-       Where::Extension, {Arg::Block, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int},
-       invoke<bool, B, B, I, I, I, I, I>, nth_bytes, W(0)},
-      {"CopyNthBitsVEK(source as memoryblock, SourceOffsetBits as integer, DestinationOffsetBits as integer, BitCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
-       Where::Extension, {Arg::Block, Arg::Int, Arg::Int, Arg::Int, Arg::Int, Arg::Int},
-       invoke<bool, B, B, I, I, I, I, I>, nth_bits, W(0)},
-      {"ExpandBitsVEK(dest as memoryblock, SourceByteCount as integer, LowValue as integer = 0, HighValue as integer = 255) as boolean",
-       Where::Extension, {Arg::Block, Arg::Int, Arg::Int, Arg::Int}, invoke<bool, B, B, I, I, I>, expand, W(1)},
-      // -- the rest of the registration --
-      {"BytesVEK", Where::Property, {Arg::Ignored}, invoke<I, B, I>, none, 0},
-      {"NewMemoryBlockFromPtrVEK(ptr as integer) as MemoryBlock", Where::Global, {Arg::Address},
-       invoke<B, intptr_t>, none, 0},
-      {"NewMemoryBlockWithBytesVEK(Data as Ptr, size as Integer) as MemoryBlock", Where::Global, {Arg::Ptr, Arg::Int},
-       invoke<B, void*, I>,
-       [](Reach& r) {
-         if (r.i(2) != INT32_MAX) r.span(1, 0, r.i(2));  // that size is refused before any byte is read
-       },
-       0},
-      {"Create(size as Int64) as boolean", Where::Member, {Arg::Size64}, invoke<bool, O, int64_t>, none, 0},
-      {"Resize(Size as Int64) as boolean", Where::Member, {Arg::Size64}, invoke<bool, O, int64_t>, none, 0},
-      {"Close", Where::Member, {}, invoke<void, O>, none, 0},
-      {"Address", Where::Member, {Arg::Ignored}, invoke<uint64_t, O, I>, none, 0},
-      {"Size", Where::Member, {Arg::Ignored}, invoke<int64_t, O, I>, none, 0},
-      {"Memory", Where::Member, {Arg::Ignored}, invoke<B, O, I>, none, 0},
-  };
-  return table;
-}
-
-// -- one loaded copy per host ---------------------------------------------------------
-
-struct Session {
-  std::unique_ptr<SimHost> host;
-  std::unique_ptr<LoadedPlugin> plugin;
-  std::vector<const void*> functions;  // per entry; null where this host took none
-  int64_t (*object_size)(O, int32_t) = nullptr;
+// In the order of the first byte of a call (the seeds in fuzz/corpus use it).
+constexpr Role M = Role::Method;
+const Row kRows[] = {
+    // colour and signal
+    {"ConvertRGB12BitTo8BitVEK", M, On::Block, 0, [](Reach& r) { r.span(0, 0, 9 * r.i(1)); }, W(0)},
+    {"_Calc3te", M, On::Block, 0, [](Reach& r) { pixels(r, 10); }, W(0)},
+    {"_Calc2teCMY", M, On::Block, 0, [](Reach& r) { pixels(r, 2); }, W(0)},
+    {"_Calc2teCMYK", M, On::Block, 0, [](Reach& r) { pixels(r, 2); }, W(0)},
+    {"_CalcLogSweepTableVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 8 * r.i(2)); }, W(0)},
+    {"_ConvertPolarToCartesian", M, On::Block, 0, records, W(0)},
+    {"_ConvertCartesianToPolar", M, On::Block, 0, records, W(0)},
+    // numeric
+    {"MultiplyUInt16VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(2), whole(r.i(3), 2)); }, W(0)},
+    {"MultiplyUInt8VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(2), r.i(3)); }, W(0)},
+    {"MinVEK", M, On::Block, 0, elementwise, W(0)},
+    {"MaxVEK", M, On::Block, 0, elementwise, W(0)},
+    // mirroring
+    {"MirrorBitsInBytesVEK", M, On::Block, 0, span12, W(0)},
+    {"MirrorBytesVEK", M, On::Block, 0, span12, W(0)},
+    {"MirrorBitsVEK", M, On::Block, 0, [](Reach& r) { r.bits(0, r.i(1), r.i(2)); }, W(0)},
+    // addresses and fields
+    {"AddressVEK", M, On::Block, 0, none, 0},
+    {"AddressPtrVEK", M, On::Block, 0, none, 0},
+    {"OSTypeVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 4); }, 0},
+    {"OSTypeVEK", Role::Setter, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 4); }, W(0)},
+    {"GetStringVEK", M, On::Block, 0, span12, 0},
+    {"SetStringVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(2), r.i(1)); }, W(0)},
+    // byte swapping
+    {"SwapBytesVEK", M, On::Block, 0, span12, W(0)},
+    {"SwapBytes16VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 2)); }, W(0)},
+    {"SwapBytes32VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 4)); }, W(0)},
+    // compare and search
+    {"BytesEqualVEK", M, On::Block, 0, two_runs, 0},
+    {"BytesZeroVEK", M, On::Block, 0, span12, 0},
+    {"FindNotByteVEK", M, On::Block, 0, span12, 0},
+    {"FindByteVEK", M, On::Block, 0, span12, 0},
+    // copies
+    {"CopyBytesVEK", M, On::Block, 4, [](Reach& r) { span12(r), r.span(0, r.i(3), r.i(2)); }, W(0)},
+    {"CopyBytesVEK", M, On::Block, 5, two_runs, W(3)},
+    {"CopyBytesToMacPtrVEK", M, On::Block, 0, out_to3, W(3)},
+    {"CopyBytesFromMacPtrVEK", M, On::Block, 0, in_from1, W(0)},
+    {"CopyBytesToMacHandleVEK", M, On::Block, 0, out_to3, W(3), true},
+    {"CopyBytesFromMacHandleVEK", M, On::Block, 0, in_from1, W(0), true},
+    {"FindStringVEK", M, On::Block, 0, span12, 0},
+    {"FindBytesVEK", M, On::Block, 0, [](Reach& r) { span12(r), r.span(3, r.i(4), r.i(5)); }, 0},
+    {"FSSpecVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 70); }, 0},
+    {"FSSpecVEK", Role::Setter, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 70); }, W(0)},
+    // sub-blocks: a block of size 0 has nothing to give
+    {"MidVEK", M, On::Block, 2, none, 0},
+    {"MidVEK", M, On::Block, 3, none, 0},
+    {"LeftVEK", M, On::Block, 0, none, 0},
+    {"RightVEK", M, On::Block, 0, none, 0},
+    {"AppendVEK", M, On::Block, 0, none, 0},
+    // fill and invert
+    {"FillBytesVEK", M, On::Block, 0, span12, W(0)},
+    {"InvertBytesVEK", M, On::Block, 0, span12, W(0)},
+    // strided copies
+    {"CopyNthBytesVEK", M, On::Block, 0, nth_bytes, W(0)},
+    {"CopyNthBitsVEK", M, On::Block, 0, nth_bits, W(0)},
+    {"ExpandBitsVEK", M, On::Block, 0, expand, W(1)},
+    // the rest of the registration
+    {"BytesVEK", Role::Getter, On::Block, 0, none, 0},
+    {"NewMemoryBlockFromPtrVEK", M, On::Global, 0, none, 0},
+    // a size of INT32_MAX is refused before any byte is read
+    {"NewMemoryBlockWithBytesVEK", M, On::Global, 0, [](Reach& r) { if (r.i(2) != INT32_MAX) r.span(1, 0, r.i(2)); }, 0},
+    {"Create", M, On::Object, 0, none, 0},
+    {"Resize", M, On::Object, 0, none, 0},
+    {"Close", M, On::Object, 0, none, 0},
+    {"Address", Role::Getter, On::Object, 0, none, 0},
+    {"Size", Role::Getter, On::Object, 0, none, 0},
+    {"Memory", Role::Getter, On::Object, 0, none, 0},
 };
 
-const void* lookup(const SimHost& host, const LoadedPlugin& plugin, const Entry& entry) {
-  try {
-    switch (entry.where) {
-      case Where::Extension: return reinterpret_cast<const void*>(plugin.method<void>(entry.name));
-      case Where::Setter: return reinterpret_cast<const void*>(plugin.setter<void>(entry.name));
-      case Where::Global: return reinterpret_cast<const void*>(plugin.global<void>(entry.name));
-      case Where::Member: return reinterpret_cast<const void*>(plugin.classMember<void>("MemoryBlockVEK", entry.name));
-      case Where::Property:
-        for (const ClassReg& extension : host.registry().extensions) {
-          for (const PropertyReg& property : extension.properties) {
-            if (property.name == entry.name) return property.getter;
-          }
-        }
-        return nullptr;
+// The registered function a row calls on this host; null where it took none.
+const caller::Registered* lookup(const std::vector<caller::Registered>& calls, const Row& row) {
+  const bool on_object = row.on == On::Object;
+  for (const caller::Registered& r : calls) {
+    if (r.role == row.role && r.signature.name == row.name && (r.owner == "MemoryBlockVEK") == on_object &&
+        (row.arity == 0 || static_cast<int>(r.signature.args.size()) == row.arity)) {
+      return &r;
     }
-  } catch (const std::exception&) {
   }
   return nullptr;
 }
 
-Session& session_for(int version, Placement placement) {
+struct Session {
+  std::unique_ptr<SimHost> host;
+  std::unique_ptr<LoadedPlugin> plugin;
+  std::vector<caller::Registered> calls;
+  std::vector<const caller::Registered*> functions;  // per row
+  const caller::Registered* object_size = nullptr;
+};
+
+Session& session_for(int version, GuardSide side) {
   static Session sessions[std::size(kHosts)][2];
-  Session& s = sessions[version][placement == Placement::GuardBefore];
+  Session& s = sessions[version][side == GuardSide::Before];
   if (s.host == nullptr) {
+    const Placement placement = side == GuardSide::Before ? Placement::GuardBefore : Placement::GuardAfter;
     s.host = std::make_unique<SimHost>(HostConfig{.version = kHosts[version], .placement = placement});
     // VEK_FUZZ_PLUGIN names another build of the plug-in to load.
     const char* path = std::getenv("VEK_FUZZ_PLUGIN");
     s.plugin = std::make_unique<LoadedPlugin>(path != nullptr ? path : VEK_PLUGIN_PATH);
     s.plugin->start(*s.host);
-    for (const Entry& entry : entries()) s.functions.push_back(lookup(*s.host, *s.plugin, entry));
-    s.object_size = reinterpret_cast<int64_t (*)(O, int32_t)>(
-        const_cast<void*>(lookup(*s.host, *s.plugin, Entry{"Size", Where::Member, {}, nullptr, none, 0})));
+    s.calls = caller::registered_calls(s.host->registry());
+    for (const Row& row : kRows) s.functions.push_back(lookup(s.calls, row));
+    s.object_size = s.functions[std::size(kRows) - 2];
     if (s.object_size == nullptr) fail("the MemoryBlockVEK class is not registered");
   }
   s.host->makeCurrent();
@@ -669,7 +467,7 @@ double read_double(Reader& in) {
 constexpr uint32_t kEncodings[] = {kEncodingASCII, kEncodingMacRoman, kEncodingWindowsLatin1, kEncodingUnknown,
                                    kEncodingUTF8,  kEncodingUTF16,    kEncodingUTF32,         0x12345};
 
-// What a Block, Ptr, Handle or Address value stands for before the call.
+// What a block, Ptr or address value stands for before the call.
 enum class Source : uint8_t { Nil, Block, Raw, HandleToNil };
 
 struct Slot {
@@ -686,33 +484,48 @@ struct Region {
   std::string what;
 };
 
+// Whether a result is the one a refused call gives: nil, False, a negative
+// search result, or 0.
+bool neutral(const Value& result) {
+  switch (result.kind) {
+    case Kind::Boolean: return result.i == 0;
+    case Kind::Integer: return result.i < 0;
+    default: return result.i == 0 && result.u == 0 && result.p == nullptr;
+  }
+}
+
+bool is_handle(Kind kind) { return kind == Kind::MemoryBlock || kind == Kind::String || kind == Kind::FolderItem; }
+
 // VEK_FUZZ_TRACE=1 in the environment prints every call and its values.
 const bool trace = std::getenv("VEK_FUZZ_TRACE") != nullptr;
 uint64_t calls_made = 0;  // reported when the process ends
 
 struct Run {
-  Run(Session& session, Reader& input, Placement where) : s(session), in(input), placement(where) {}
+  Run(Session& session, Reader& input, GuardSide guard) : s(session), in(input), side(guard) {}
 
   Session& s;
   Reader& in;
-  Placement placement;
+  GuardSide side;
   std::vector<REALmemoryBlock> blocks;
   std::vector<int64_t> reported;  // per block: the size the host reports
-  O objects[2] = {};
+  REALobject objects[2] = {};
   std::vector<uint8_t> before;
 
   // Everything given back; destroying an instance closes it. The host must
   // then hold nothing for the plug-in, whatever the input did.
   void finish() {
     for (REALmemoryBlock block : std::exchange(blocks, {})) s.host->release(block);
-    for (O& object : objects) s.host->release(std::exchange(object, nullptr));
+    for (REALobject& object : objects) s.host->release(std::exchange(object, nullptr));
     if (!s.host->takeRaised().empty()) fail("destroying an instance raised an exception");
     check_ledger("the end of the input", -1);
   }
 
   int open_objects() {
     int open = 0;
-    for (O object : objects) open += object != nullptr && s.object_size(object, 0) != 0;
+    for (REALobject object : objects) {
+      open += object != nullptr &&
+              caller::call(*s.object_size, {Value::handle(Kind::Object, object), Value::integer(0)}).i != 0;
+    }
     return open;
   }
 
@@ -727,10 +540,10 @@ struct Run {
     }
   }
 
-  Slot read_slot(Arg kind, int index) {
+  Slot read_slot(Kind kind, bool handle, int index) {
     const uint8_t s = in.u8();
     Slot slot;
-    if (kind == Arg::Block) {
+    if (kind == Kind::MemoryBlock) {
       switch (s % 6) {
         case 0: break;
         case 4:
@@ -744,87 +557,91 @@ struct Run {
           slot.source = Source::Block;
           slot.block = (s % 6 - 1) % static_cast<int>(blocks.size());
       }
-    } else if (kind == Arg::Handle) {
+    } else if (handle) {
       const Source choices[] = {Source::Nil, Source::HandleToNil, Source::Raw, Source::Raw};
       slot.source = choices[s % 4];
-    } else {  // Ptr, Address
+    } else {  // Ptr, address
       slot.source = s % 4 == 0 ? Source::Nil : Source::Raw;
     }
     if (slot.source == Source::Raw) slot.fill = in.u8();
     return slot;
   }
 
-  void call(int number) {
-    const auto& table = entries();
-    const size_t index = in.u8() % table.size();
-    const Entry& entry = table[index];
-    const void* fn = s.functions[index];
+  // A pointer-sized buffer holding `address`: a handle's master pointer.
+  intptr_t master_pointer(std::vector<std::unique_ptr<GuardedBuffer>>& buffers, std::vector<Region>& regions,
+                          const void* address, int j) {
+    buffers.push_back(std::make_unique<GuardedBuffer>(sizeof(void*), side));
+    std::memcpy(buffers.back()->data(), &address, sizeof address);
+    regions.push_back({buffers.back()->data(), sizeof(void*), 0, "master pointer of value " + std::to_string(j)});
+    return reinterpret_cast<intptr_t>(buffers.back()->data());
+  }
 
+  void call(int number) {
+    const size_t index = in.u8() % std::size(kRows);
+    const Row& row = kRows[index];
+    const caller::Registered* fn = s.functions[index];
+    if (fn == nullptr) return;  // not registered on this host
+
+    const std::vector<Kind>& kinds = fn->signature.args;
+    const int first = row.on == On::Global ? 1 : 0;  // globals leave value 0 unused
+    const int count = first + static_cast<int>(kinds.size());
     Value v[kMaxValues];
     Slot slots[kMaxValues];
     bool is_slot[kMaxValues] = {};
     int64_t size[kMaxValues] = {};
     bool raw[kMaxValues] = {};
-    int first = 1;
-    if (entry.where == Where::Member) {
-      const uint8_t which = in.u8() % 2;
-      if (objects[which] == nullptr) objects[which] = s.host->newInstance("MemoryBlockVEK");
-      v[0].p = objects[which];
-    } else if (entry.where == Where::Global) {
-      first = 1;  // no receiver: value 0 stays unused
-    } else {
-      slots[0] = read_slot(Arg::Block, 0);
-      is_slot[0] = true;
-    }
     auto size_of = [&](const Slot& slot) -> int64_t {
       return slot.source == Source::Block ? reported[slot.block] : 0;
     };
-    const int64_t receiver_size = is_slot[0] ? size_of(slots[0]) : 0;
+    int64_t receiver_size = 0;
 
     // Scalars now; the strings and folder items they come with are made here
     // and given back after the call.
     std::vector<const void*> made;
-    int k = first;
-    for (Arg kind : entry.args) {
+    for (int k = first; k < count; ++k) {
+      const Kind kind = kinds[k - first];
+      v[k].kind = kind;
       switch (kind) {
-        case Arg::Int: v[k].i = read_int(in, receiver_size); break;
-        case Arg::Ignored: v[k].i = read_int(in, receiver_size); break;
-        case Arg::Int64: v[k].i = read_int64(in, receiver_size); break;
-        case Arg::Size64: {
-          int64_t size64 = read_int64(in, receiver_size);
-          if (size64 > kMaxObjectSize && size64 <= INT32_MAX) size64 %= kMaxObjectSize;
-          v[k].i = size64;
+        case Kind::Object: {
+          REALobject& object = objects[in.u8() % 2];
+          if (object == nullptr) object = s.host->newInstance("MemoryBlockVEK");
+          v[k].p = object;
           break;
         }
-        case Arg::Double: v[k].d = read_double(in); break;
-        case Arg::Bool: v[k].i = in.u8(); break;
-        case Arg::Str: {
+        case Kind::Integer: v[k].i = read_int(in, receiver_size); break;
+        case Kind::Int64: {
+          int64_t value = read_int64(in, receiver_size);
+          if (row.on == On::Object && value > kMaxObjectSize && value <= INT32_MAX) value %= kMaxObjectSize;
+          v[k].i = value;
+          break;
+        }
+        case Kind::Double: v[k].d = read_double(in); break;
+        case Kind::Boolean: v[k].i = in.u8(); break;
+        case Kind::String: {
           const uint8_t s8 = in.u8();
           if (s8 % 8 == 0) break;  // nil
           const size_t length = s8 % 8 == 1 ? 0 : in.u8() % 40;
           std::string text(length, '\0');
           for (char& c : text) c = static_cast<char>(in.u8());
           const uint32_t encoding = kEncodings[(s8 >> 3) % std::size(kEncodings)];
-          v[k].p = s.host->newString(text, encoding);
-          v[k].i = static_cast<int64_t>(length);
+          v[k].p = const_cast<void*>(static_cast<const void*>(s.host->newString(text, encoding)));
           made.push_back(v[k].p);
           break;
         }
-        case Arg::Folder: {
+        case Kind::FolderItem: {
           if (in.u8() % 4 == 0) break;  // nil
           std::array<uint8_t, 70> spec{};
           fill_bytes(spec.data(), spec.size(), in.u8(), in);
-          v[k].p = s.host->newFolderItem(spec);
+          v[k].p = const_cast<void*>(static_cast<const void*>(s.host->newFolderItem(spec)));
           made.push_back(v[k].p);
           break;
         }
-        default:
-          slots[k] = read_slot(kind, k);
+        default:  // blocks, Ptr, addresses
+          slots[k] = read_slot(kind, row.handle, k);
           is_slot[k] = true;
+          if (k == 0) receiver_size = size_of(slots[0]);
       }
-      ++k;
     }
-    const int count = k;
 
     // Raw buffers, as large as the call may touch there.
     for (int j = 0; j < count; ++j) {
@@ -836,7 +653,7 @@ struct Run {
       raw[j] = slots[j].source == Source::Raw || (slots[j].source == Source::Block && size[j] == 0);
     }
     Reach reach{v, size, raw};
-    entry.reach(reach);
+    row.reach(reach);
     for (int j = 1; j < count; ++j) {
       if (is_slot[j] && slots[j].alias == 0 && raw[0]) reach.need[0] = std::max(reach.need[0], reach.need[j]);
     }
@@ -860,41 +677,27 @@ struct Run {
       if (!is_slot[j]) continue;
       const Slot& slot = slots[j];
       if (slot.alias == 0) {
-        v[j] = v[0];
         for (Region& region : regions) region.owners |= (region.owners & W(0)) ? W(j) : 0;
-        continue;
-      }
-      if (slot.source == Source::Block) {
+      } else if (slot.source == Source::Block) {
         v[j].p = blocks[slot.block];
         regions[slot.block].owners |= W(j);
-        continue;
-      }
-      if (slot.source == Source::Nil) continue;
-      if (slot.source == Source::HandleToNil) {
-        buffers.push_back(std::make_unique<GuardedBuffer>(sizeof(void*), placement));
-        std::memset(buffers.back()->data(), 0, sizeof(void*));
-        regions.push_back({buffers.back()->data(), sizeof(void*), 0, "master pointer of value " + std::to_string(j)});
-        v[j].i = reinterpret_cast<intptr_t>(buffers.back()->data());
-        continue;
-      }
-      buffers.push_back(std::make_unique<GuardedBuffer>(static_cast<size_t>(reach.need[j]), placement));
-      GuardedBuffer& buffer = *buffers.back();
-      fill_bytes(buffer.data(), buffer.size(), slot.fill, in);
-      regions.push_back({buffer.data(), buffer.size(), W(j), "raw buffer of value " + std::to_string(j)});
-      const Arg kind = j == 0 ? Arg::Block : entry.args[j - first];
-      if (kind == Arg::Block) {
-        v[j].p = s.host->ptrBlock(buffer.data());
-        made.push_back(v[j].p);
-      } else if (kind == Arg::Handle) {
-        buffers.push_back(std::make_unique<GuardedBuffer>(sizeof(void*), placement));
-        uint8_t* address = buffer.data();
-        std::memcpy(buffers.back()->data(), &address, sizeof address);
-        regions.push_back({buffers.back()->data(), sizeof(void*), 0, "master pointer of value " + std::to_string(j)});
-        v[j].i = reinterpret_cast<intptr_t>(buffers.back()->data());
-      } else if (kind == Arg::Address) {
-        v[j].i = reinterpret_cast<intptr_t>(buffer.data());
-      } else {
-        v[j].p = buffer.data();
+      } else if (slot.source == Source::HandleToNil) {
+        v[j].i = master_pointer(buffers, regions, nullptr, j);
+      } else if (slot.source == Source::Raw) {
+        buffers.push_back(std::make_unique<GuardedBuffer>(static_cast<size_t>(reach.need[j]), side));
+        GuardedBuffer& buffer = *buffers.back();
+        fill_bytes(buffer.data(), buffer.size(), slot.fill, in);
+        regions.push_back({buffer.data(), buffer.size(), W(j), "raw buffer of value " + std::to_string(j)});
+        if (v[j].kind == Kind::MemoryBlock) {
+          v[j].p = s.host->ptrBlock(buffer.data());
+          made.push_back(v[j].p);
+        } else if (row.handle) {
+          v[j].i = master_pointer(buffers, regions, buffer.data(), j);
+        } else if (v[j].kind == Kind::Address) {
+          v[j].i = reinterpret_cast<intptr_t>(buffer.data());
+        } else {
+          v[j].p = buffer.data();
+        }
       }
     }
     // A receiver over a raw buffer, passed again as an argument, shares its handle.
@@ -902,9 +705,9 @@ struct Run {
       if (is_slot[j] && slots[j].alias == 0) v[j] = v[0];
     }
 
+    const std::string& name = fn->declaration;
     if (trace) {
-      std::fprintf(stderr, "call %d: %s%s%s\n", number, entry.where == Where::Setter ? "(setter) " : "", entry.name,
-                   fn == nullptr ? " (not registered on this host)" : "");
+      std::fprintf(stderr, "call %d: %s%s\n", number, row.role == Role::Setter ? "(setter) " : "", name.c_str());
       for (int j = 0; j < count; ++j) {
         std::fprintf(stderr, "  value %d: %" PRId64 " / %g / %p%s, needs %" PRId64 "\n", j, v[j].i, v[j].d, v[j].p,
                      raw[j] ? " (raw)" : "", reach.need[j]);
@@ -913,14 +716,12 @@ struct Run {
     before.clear();
     for (const Region& region : regions) before.insert(before.end(), region.data, region.data + region.size);
 
-    Outcome outcome;
-    if (fn != nullptr) {
-      outcome = entry.invoke(fn, entry.where == Where::Global ? v + 1 : v);
-      ++calls_made;
-    }
+    const Value result = caller::call(*fn, std::span<const Value>(v + first, v + count));
+    ++calls_made;
 
     const std::vector<Raised> raised = s.host->takeRaised();
-    if (raised.size() > 1) fail("call %d, %s: %zu exceptions raised", number, entry.name, raised.size());
+    if (raised.size() > 1) fail("call %d, %s: %zu exceptions raised", number, name.c_str(), raised.size());
+    const bool has_result = result.kind != Kind::None;
     if (!raised.empty()) {
       const Raised& e = raised.front();
       const std::string message = e.message.value_or("(nil)");
@@ -931,35 +732,35 @@ struct Run {
                           (message.starts_with("Failed to allocate a memoryblock with ") ||
                            message == "Failed to allocate memory for a string."));
       if (!known || e.errorNumber != 0) {
-        fail("call %d, %s: raised %s \"%s\" (%d)", number, entry.name, e.className.c_str(), message.c_str(),
+        fail("call %d, %s: raised %s \"%s\" (%d)", number, name.c_str(), e.className.c_str(), message.c_str(),
              e.errorNumber);
       }
-      if (outcome.has_result && !outcome.neutral) {
-        fail("call %d, %s: raised %s \"%s\" but gave a result", number, entry.name, e.className.c_str(),
+      if (has_result && !neutral(result)) {
+        fail("call %d, %s: raised %s \"%s\" but gave a result", number, name.c_str(), e.className.c_str(),
              message.c_str());
       }
     }
-    const bool refused = !raised.empty() || (outcome.has_result && outcome.neutral);
+    const bool refused = !raised.empty() || (has_result && neutral(result));
 
     size_t at = 0;
     for (const Region& region : regions) {
       if (std::memcmp(before.data() + at, region.data, region.size) != 0) {
         size_t first_changed = 0;
         while (before[at + first_changed] == region.data[first_changed]) ++first_changed;
-        if (refused || (region.owners & entry.writes) == 0) {
-          fail("call %d, %s: %s (%zu bytes) changed at byte %zu%s", number, entry.name, region.what.c_str(),
+        if (refused || (region.owners & row.writes) == 0) {
+          fail("call %d, %s: %s (%zu bytes) changed at byte %zu%s", number, name.c_str(), region.what.c_str(),
                region.size, first_changed, refused ? " by a refused call" : ", which it does not write");
         }
       }
       at += region.size;
     }
 
-    if (outcome.handed != nullptr) {
-      s.host->adopt(outcome.handed);
-      s.host->release(outcome.handed);
+    if (is_handle(result.kind) && result.p != nullptr) {
+      s.host->adopt(result.p);
+      s.host->release(result.p);
     }
     for (const void* handle : made) s.host->release(handle);
-    check_ledger(entry.name, number);
+    check_ledger(name.c_str(), number);
   }
 };
 
@@ -973,10 +774,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Reader in(decode_input(data, size));
   const uint8_t setup = in.u8();
-  const Placement placement = setup & 8 ? Placement::GuardBefore : Placement::GuardAfter;
-  Session& session = session_for(setup % 8, placement);
+  const GuardSide side = setup & 8 ? GuardSide::Before : GuardSide::After;
+  Session& session = session_for(setup % 8, side);
 
-  Run run(session, in, placement);
+  Run run(session, in, side);
   const int block_count = in.u8() % kMaxBlocks + 1;
   for (int b = 0; b < block_count; ++b) {
     // Never 0: the plug-in trusts the range on a block of size 0, which only
