@@ -625,6 +625,7 @@ struct Run {
           for (char& c : text) c = static_cast<char>(in.u8());
           const uint32_t encoding = kEncodings[(s8 >> 3) % std::size(kEncodings)];
           v[k].p = const_cast<void*>(static_cast<const void*>(s.host->newString(text, encoding)));
+          v[k].i = static_cast<int64_t>(length);  // what SetStringVEK writes
           made.push_back(v[k].p);
           break;
         }
