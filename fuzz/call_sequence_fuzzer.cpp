@@ -199,12 +199,9 @@ struct Reach {
 int64_t whole(int64_t count, int64_t unit) { return count / unit * unit; }
 int64_t up_to(int64_t count, int64_t unit) { return count <= 0 ? count : (count + unit - 1) / unit * unit; }
 
-enum class On : uint8_t { Block, Global, Object };  // what the call is made on
-
 struct Row {
   const char* name;
   Role role;
-  On on;
   int arity;  // the called arguments, where overloads share a name; 0 otherwise
   void (*reach)(Reach&);
   uint32_t writes;  // bit k: value k's bytes may change
@@ -288,92 +285,80 @@ void expand(Reach& r) {
 constexpr Role M = Role::Method;
 const Row kRows[] = {
     // colour and signal
-    {"ConvertRGB12BitTo8BitVEK", M, On::Block, 0, [](Reach& r) { r.span(0, 0, 9 * r.i(1)); }, W(0)},
-    {"_Calc3te", M, On::Block, 0, [](Reach& r) { pixels(r, 10); }, W(0)},
-    {"_Calc2teCMY", M, On::Block, 0, [](Reach& r) { pixels(r, 2); }, W(0)},
-    {"_Calc2teCMYK", M, On::Block, 0, [](Reach& r) { pixels(r, 2); }, W(0)},
-    {"_CalcLogSweepTableVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 8 * r.i(2)); }, W(0)},
-    {"_ConvertPolarToCartesian", M, On::Block, 0, records, W(0)},
-    {"_ConvertCartesianToPolar", M, On::Block, 0, records, W(0)},
+    {"ConvertRGB12BitTo8BitVEK", M, 0, [](Reach& r) { r.span(0, 0, 9 * r.i(1)); }, W(0)},
+    {"_Calc3te", M, 0, [](Reach& r) { pixels(r, 10); }, W(0)},
+    {"_Calc2teCMY", M, 0, [](Reach& r) { pixels(r, 2); }, W(0)},
+    {"_Calc2teCMYK", M, 0, [](Reach& r) { pixels(r, 2); }, W(0)},
+    {"_CalcLogSweepTableVEK", M, 0, [](Reach& r) { r.span(0, r.i(1), 8 * r.i(2)); }, W(0)},
+    {"_ConvertPolarToCartesian", M, 0, records, W(0)},
+    {"_ConvertCartesianToPolar", M, 0, records, W(0)},
     // numeric
-    {"MultiplyUInt16VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(2), whole(r.i(3), 2)); }, W(0)},
-    {"MultiplyUInt8VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(2), r.i(3)); }, W(0)},
-    {"MinVEK", M, On::Block, 0, elementwise, W(0)},
-    {"MaxVEK", M, On::Block, 0, elementwise, W(0)},
+    {"MultiplyUInt16VEK", M, 0, [](Reach& r) { r.span(0, r.i(2), whole(r.i(3), 2)); }, W(0)},
+    {"MultiplyUInt8VEK", M, 0, [](Reach& r) { r.span(0, r.i(2), r.i(3)); }, W(0)},
+    {"MinVEK", M, 0, elementwise, W(0)},
+    {"MaxVEK", M, 0, elementwise, W(0)},
     // mirroring
-    {"MirrorBitsInBytesVEK", M, On::Block, 0, span12, W(0)},
-    {"MirrorBytesVEK", M, On::Block, 0, span12, W(0)},
-    {"MirrorBitsVEK", M, On::Block, 0, [](Reach& r) { r.bits(0, r.i(1), r.i(2)); }, W(0)},
+    {"MirrorBitsInBytesVEK", M, 0, span12, W(0)},
+    {"MirrorBytesVEK", M, 0, span12, W(0)},
+    {"MirrorBitsVEK", M, 0, [](Reach& r) { r.bits(0, r.i(1), r.i(2)); }, W(0)},
     // addresses and fields
-    {"AddressVEK", M, On::Block, 0, none, 0},
-    {"AddressPtrVEK", M, On::Block, 0, none, 0},
-    {"OSTypeVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 4); }, 0},
-    {"OSTypeVEK", Role::Setter, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 4); }, W(0)},
-    {"GetStringVEK", M, On::Block, 0, span12, 0},
-    {"SetStringVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(2), r.i(1)); }, W(0)},
+    {"AddressVEK", M, 0, none, 0},
+    {"AddressPtrVEK", M, 0, none, 0},
+    {"OSTypeVEK", M, 0, [](Reach& r) { r.span(0, r.i(1), 4); }, 0},
+    {"OSTypeVEK", Role::Setter, 0, [](Reach& r) { r.span(0, r.i(1), 4); }, W(0)},
+    {"GetStringVEK", M, 0, span12, 0},
+    {"SetStringVEK", M, 0, [](Reach& r) { r.span(0, r.i(2), r.i(1)); }, W(0)},
     // byte swapping
-    {"SwapBytesVEK", M, On::Block, 0, span12, W(0)},
-    {"SwapBytes16VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 2)); }, W(0)},
-    {"SwapBytes32VEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 4)); }, W(0)},
+    {"SwapBytesVEK", M, 0, span12, W(0)},
+    {"SwapBytes16VEK", M, 0, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 2)); }, W(0)},
+    {"SwapBytes32VEK", M, 0, [](Reach& r) { r.span(0, r.i(1), whole(r.i(2), 4)); }, W(0)},
     // compare and search
-    {"BytesEqualVEK", M, On::Block, 0, two_runs, 0},
-    {"BytesZeroVEK", M, On::Block, 0, span12, 0},
-    {"FindNotByteVEK", M, On::Block, 0, span12, 0},
-    {"FindByteVEK", M, On::Block, 0, span12, 0},
+    {"BytesEqualVEK", M, 0, two_runs, 0},
+    {"BytesZeroVEK", M, 0, span12, 0},
+    {"FindNotByteVEK", M, 0, span12, 0},
+    {"FindByteVEK", M, 0, span12, 0},
     // copies
-    {"CopyBytesVEK", M, On::Block, 4, [](Reach& r) { span12(r), r.span(0, r.i(3), r.i(2)); }, W(0)},
-    {"CopyBytesVEK", M, On::Block, 5, two_runs, W(3)},
-    {"CopyBytesToMacPtrVEK", M, On::Block, 0, out_to3, W(3)},
-    {"CopyBytesFromMacPtrVEK", M, On::Block, 0, in_from1, W(0)},
-    {"CopyBytesToMacHandleVEK", M, On::Block, 0, out_to3, W(3), true},
-    {"CopyBytesFromMacHandleVEK", M, On::Block, 0, in_from1, W(0), true},
-    {"FindStringVEK", M, On::Block, 0, span12, 0},
-    {"FindBytesVEK", M, On::Block, 0, [](Reach& r) { span12(r), r.span(3, r.i(4), r.i(5)); }, 0},
-    {"FSSpecVEK", M, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 70); }, 0},
-    {"FSSpecVEK", Role::Setter, On::Block, 0, [](Reach& r) { r.span(0, r.i(1), 70); }, W(0)},
+    {"CopyBytesVEK", M, 4, [](Reach& r) { span12(r), r.span(0, r.i(3), r.i(2)); }, W(0)},
+    {"CopyBytesVEK", M, 5, two_runs, W(3)},
+    {"CopyBytesToMacPtrVEK", M, 0, out_to3, W(3)},
+    {"CopyBytesFromMacPtrVEK", M, 0, in_from1, W(0)},
+    {"CopyBytesToMacHandleVEK", M, 0, out_to3, W(3), true},
+    {"CopyBytesFromMacHandleVEK", M, 0, in_from1, W(0), true},
+    {"FindStringVEK", M, 0, span12, 0},
+    {"FindBytesVEK", M, 0, [](Reach& r) { span12(r), r.span(3, r.i(4), r.i(5)); }, 0},
+    {"FSSpecVEK", M, 0, [](Reach& r) { r.span(0, r.i(1), 70); }, 0},
+    {"FSSpecVEK", Role::Setter, 0, [](Reach& r) { r.span(0, r.i(1), 70); }, W(0)},
     // sub-blocks: a block of size 0 has nothing to give
-    {"MidVEK", M, On::Block, 2, none, 0},
-    {"MidVEK", M, On::Block, 3, none, 0},
-    {"LeftVEK", M, On::Block, 0, none, 0},
-    {"RightVEK", M, On::Block, 0, none, 0},
-    {"AppendVEK", M, On::Block, 0, none, 0},
+    {"MidVEK", M, 2, none, 0},
+    {"MidVEK", M, 3, none, 0},
+    {"LeftVEK", M, 0, none, 0},
+    {"RightVEK", M, 0, none, 0},
+    {"AppendVEK", M, 0, none, 0},
     // fill and invert
-    {"FillBytesVEK", M, On::Block, 0, span12, W(0)},
-    {"InvertBytesVEK", M, On::Block, 0, span12, W(0)},
+    {"FillBytesVEK", M, 0, span12, W(0)},
+    {"InvertBytesVEK", M, 0, span12, W(0)},
     // strided copies
-    {"CopyNthBytesVEK", M, On::Block, 0, nth_bytes, W(0)},
-    {"CopyNthBitsVEK", M, On::Block, 0, nth_bits, W(0)},
-    {"ExpandBitsVEK", M, On::Block, 0, expand, W(1)},
+    {"CopyNthBytesVEK", M, 0, nth_bytes, W(0)},
+    {"CopyNthBitsVEK", M, 0, nth_bits, W(0)},
+    {"ExpandBitsVEK", M, 0, expand, W(1)},
     // the rest of the registration
-    {"BytesVEK", Role::Getter, On::Block, 0, none, 0},
-    {"NewMemoryBlockFromPtrVEK", M, On::Global, 0, none, 0},
+    {"BytesVEK", Role::Getter, 0, none, 0},
+    {"NewMemoryBlockFromPtrVEK", M, 0, none, 0},
     // a size of INT32_MAX is refused before any byte is read
-    {"NewMemoryBlockWithBytesVEK", M, On::Global, 0, [](Reach& r) { if (r.i(2) != INT32_MAX) r.span(1, 0, r.i(2)); }, 0},
-    {"Create", M, On::Object, 0, none, 0},
-    {"Resize", M, On::Object, 0, none, 0},
-    {"Close", M, On::Object, 0, none, 0},
-    {"Address", Role::Getter, On::Object, 0, none, 0},
-    {"Size", Role::Getter, On::Object, 0, none, 0},
-    {"Memory", Role::Getter, On::Object, 0, none, 0},
+    {"NewMemoryBlockWithBytesVEK", M, 0, [](Reach& r) { if (r.i(2) != INT32_MAX) r.span(1, 0, r.i(2)); }, 0},
+    {"Create", M, 0, none, 0},
+    {"Resize", M, 0, none, 0},
+    {"Close", M, 0, none, 0},
+    {"Address", Role::Getter, 0, none, 0},
+    {"Size", Role::Getter, 0, none, 0},
+    {"Memory", Role::Getter, 0, none, 0},
 };
-
-// The registered function a row calls on this host; null where it took none.
-const caller::Registered* lookup(const std::vector<caller::Registered>& calls, const Row& row) {
-  const bool on_object = row.on == On::Object;
-  for (const caller::Registered& r : calls) {
-    if (r.role == row.role && r.signature.name == row.name && (r.owner == "MemoryBlockVEK") == on_object &&
-        (row.arity == 0 || static_cast<int>(r.signature.args.size()) == row.arity)) {
-      return &r;
-    }
-  }
-  return nullptr;
-}
 
 struct Session {
   std::unique_ptr<SimHost> host;
   std::unique_ptr<LoadedPlugin> plugin;
   std::vector<caller::Registered> calls;
-  std::vector<const caller::Registered*> functions;  // per row
+  std::vector<const caller::Registered*> functions;  // per row; null where this host took none
   const caller::Registered* object_size = nullptr;
 };
 
@@ -388,7 +373,7 @@ Session& session_for(int version, GuardSide side) {
     s.plugin = std::make_unique<LoadedPlugin>(path != nullptr ? path : VEK_PLUGIN_PATH);
     s.plugin->start(*s.host);
     s.calls = caller::registered_calls(s.host->registry());
-    for (const Row& row : kRows) s.functions.push_back(lookup(s.calls, row));
+    for (const Row& row : kRows) s.functions.push_back(caller::find_named(s.calls, row.name, row.role, row.arity));
     s.object_size = s.functions[std::size(kRows) - 2];
     if (s.object_size == nullptr) fail("the MemoryBlockVEK class is not registered");
   }
@@ -583,7 +568,7 @@ struct Run {
     if (fn == nullptr) return;  // not registered on this host
 
     const std::vector<Kind>& kinds = fn->signature.args;
-    const int first = row.on == On::Global ? 1 : 0;  // globals leave value 0 unused
+    const int first = fn->signature.receiver ? 0 : 1;  // globals leave value 0 unused
     const int count = first + static_cast<int>(kinds.size());
     Value v[kMaxValues];
     Slot slots[kMaxValues];
@@ -611,7 +596,7 @@ struct Run {
         case Kind::Integer: v[k].i = read_int(in, receiver_size); break;
         case Kind::Int64: {
           int64_t value = read_int64(in, receiver_size);
-          if (row.on == On::Object && value > kMaxObjectSize && value <= INT32_MAX) value %= kMaxObjectSize;
+          if (kinds[0] == Kind::Object && value > kMaxObjectSize && value <= INT32_MAX) value %= kMaxObjectSize;
           v[k].i = value;
           break;
         }

@@ -338,6 +338,16 @@ const Registered& find_call(std::span<const Registered> calls, std::string_view 
   throw std::invalid_argument(std::string("no ") + role_name(role) + " registered as \"" + std::string(key) + "\"");
 }
 
+const Registered* find_named(std::span<const Registered> calls, std::string_view name, Role role, size_t arity) {
+  for (const Registered& registered : calls) {
+    if (registered.role == role && same_text(registered.signature.name, name) &&
+        (arity == 0 || registered.signature.args.size() == arity)) {
+      return &registered;
+    }
+  }
+  return nullptr;
+}
+
 Value value_of(Kind kind, const Arg& arg) {
   switch (kind) {
     case Kind::Integer:

@@ -114,6 +114,12 @@ std::vector<Registered> registered_calls(const Registry& registry);
 // throws std::invalid_argument when nothing of that role is registered.
 const Registered& find_call(std::span<const Registered> calls, std::string_view key, Role role = Role::Method);
 
+// By name (any case) and role, as a program names a method; `arity`, the
+// number of arguments as called (receiver and value included), tells
+// overloads apart (0: the first of the name). Null when none is registered.
+const Registered* find_named(std::span<const Registered> calls, std::string_view name, Role role = Role::Method,
+                             size_t arity = 0);
+
 inline Value call(const Registered& registered, std::span<const Value> args) {
   return call(registered.function, registered.signature, args);
 }
