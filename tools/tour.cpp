@@ -1,9 +1,19 @@
 #include "tools/tour.h"
 
 #include <cstdio>
+#include <stdexcept>
 
 Tour::~Tour() {
   for (const void* handle : owned_) host_.release(handle);
+}
+
+Result Tour::invoke(const char* name, caller::Role role, std::initializer_list<caller::Arg> args) {
+  const caller::Registered* registered = caller::find_named(calls_, name, role, args.size());
+  if (registered == nullptr) {
+    throw std::runtime_error(std::string("no ") + name + " of " + std::to_string(args.size()) +
+                             " arguments is registered");
+  }
+  return {caller::call(*registered, args)};
 }
 
 void Tour::section(const char* title) { std::printf("\n%s\n", title); }

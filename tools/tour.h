@@ -5,18 +5,49 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <type_traits>
 #include <vector>
 
+#include "host/caller.h"
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
 
+// A registered function's result, read as the type the tour uses it as.
+struct Result {
+  caller::Value value;
+  template <class T>
+  operator T() const {
+    if constexpr (std::is_pointer_v<T>) {
+      return static_cast<T>(value.p);
+    } else if constexpr (std::is_floating_point_v<T>) {
+      return static_cast<T>(value.d);
+    } else {
+      return static_cast<T>(value.kind == caller::Kind::UInt64 ? value.u : static_cast<uint64_t>(value.i));
+    }
+  }
+};
+
 class Tour {
  public:
-  Tour(SimHost& host, const LoadedPlugin& plugin) : host_(host), plugin_(plugin) {}
+  explicit Tour(SimHost& host) : host_(host), calls_(caller::registered_calls(host.registry())) {}
   ~Tour();
 
   SimHost& host() { return host_; }
-  const LoadedPlugin& plugin() { return plugin_; }
+  // A registered function named as a program names it, called through the
+  // host's caller with the receiver (block or object) first; overloads are
+  // told apart by the number of arguments.
+  template <class... Args>
+  Result call(const char* name, Args... args) { return invoke(name, caller::Role::Method, {caller::Arg(args)...}); }
+  template <class... Args>
+  Result set(const char* name, Args... args) { return invoke(name, caller::Role::Setter, {caller::Arg(args)...}); }
+  // A method that works on `block` in place, then the block under `label`.
+  template <class... Args>
+  void in_place(const char* label, const char* name, REALmemoryBlock block, Args... args) {
+    call(name, block, args...);
+    dump(label, block);
+  }
+  // A property, with the getter's ignored word.
+  Result get(const char* name, const void* receiver) { return invoke(name, caller::Role::Getter, {receiver, 0}); }
 
   void section(const char* title);
   // A block the tour owns, given back at the end.
@@ -33,7 +64,9 @@ class Tour {
 
  private:
   SimHost& host_;
-  const LoadedPlugin& plugin_;
+  Result invoke(const char* name, caller::Role role, std::initializer_list<caller::Arg> args);
+
+  std::vector<caller::Registered> calls_;
   std::vector<const void*> owned_;
 };
 

@@ -54,68 +54,46 @@ void show_number(Tour& tour, const char* label, int64_t value) { tour.line(label
 void show_truth(Tour& tour, const char* label, bool value) { tour.line(label, value ? "True" : "False"); }
 
 void tour_search(Tour& tour) {
-  const LoadedPlugin& plugin = tour.plugin();
-  auto equal = plugin.method<bool(B, int32_t, int32_t, B, int32_t)>(
-      "BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean");
-  auto zero = plugin.method<bool(B, int32_t, int32_t)>("BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean");
-  auto find = plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
-      "FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
-  auto find_not = plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
-      "FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
-  auto find_string = plugin.method<int32_t(B, int32_t, int32_t, S)>(
-      "FindStringVEK(srcOfs as Integer, maxBytes as Integer, target as String) as Integer");
-  auto find_bytes = plugin.method<int32_t(B, int32_t, int32_t, B, int32_t, int32_t)>(
-      "FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as "
-      "Integer) as Integer");
 
   tour.section("compare and search");
   B b = tour.block({0, 0, 7, 1, 2, 7, 1, 2});
   B t = tour.block({7, 1, 2});
   tour.dump("b", b);
   tour.dump("t", t);
-  show_truth(tour, "b.BytesEqualVEK(3, 2, b, 6)", equal(b, 3, 2, b, 6));
-  show_truth(tour, "b.BytesEqualVEK(2, 4, b, 5)", equal(b, 2, 4, b, 5));
-  show_truth(tour, "b.BytesZeroVEK(0, 2)", zero(b, 0, 2));
-  show_truth(tour, "b.BytesZeroVEK(0, 3)", zero(b, 0, 3));
-  show_number(tour, "b.FindByteVEK(3, 5, 7)", find(b, 3, 5, 7));
-  show_number(tour, "b.FindByteVEK(0, 8, 263)", find(b, 0, 8, 263));
-  show_number(tour, "b.FindByteVEK(0, 8, 9)", find(b, 0, 8, 9));
-  show_number(tour, "b.FindNotByteVEK(0, 8, 0)", find_not(b, 0, 8, 0));
-  show_number(tour, "b.FindBytesVEK(0, 0, t, 0, 0)", find_bytes(b, 0, 0, t, 0, 0));
-  show_number(tour, "b.FindBytesVEK(3, 0, t, 0, 0)", find_bytes(b, 3, 0, t, 0, 0));
-  show_number(tour, "b.FindBytesVEK(0, 4, t, 0, 0)", find_bytes(b, 0, 4, t, 0, 0));
-  show_number(tour, "b.FindBytesVEK(0, 0, t, 1, 0)", find_bytes(b, 0, 0, t, 1, 0));
-  show_number(tour, "b.FindBytesVEK(8, 0, t, 0, 0)", find_bytes(b, 8, 0, t, 0, 0));
+  show_truth(tour, "b.BytesEqualVEK(3, 2, b, 6)", tour.call("BytesEqualVEK", b, 3, 2, b, 6));
+  show_truth(tour, "b.BytesEqualVEK(2, 4, b, 5)", tour.call("BytesEqualVEK", b, 2, 4, b, 5));
+  show_truth(tour, "b.BytesZeroVEK(0, 2)", tour.call("BytesZeroVEK", b, 0, 2));
+  show_truth(tour, "b.BytesZeroVEK(0, 3)", tour.call("BytesZeroVEK", b, 0, 3));
+  show_number(tour, "b.FindByteVEK(3, 5, 7)", tour.call("FindByteVEK", b, 3, 5, 7));
+  show_number(tour, "b.FindByteVEK(0, 8, 263)", tour.call("FindByteVEK", b, 0, 8, 263));
+  show_number(tour, "b.FindByteVEK(0, 8, 9)", tour.call("FindByteVEK", b, 0, 8, 9));
+  show_number(tour, "b.FindNotByteVEK(0, 8, 0)", tour.call("FindNotByteVEK", b, 0, 8, 0));
+  show_number(tour, "b.FindBytesVEK(0, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 0, 0, t, 0, 0));
+  show_number(tour, "b.FindBytesVEK(3, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 3, 0, t, 0, 0));
+  show_number(tour, "b.FindBytesVEK(0, 4, t, 0, 0)", tour.call("FindBytesVEK", b, 0, 4, t, 0, 0));
+  show_number(tour, "b.FindBytesVEK(0, 0, t, 1, 0)", tour.call("FindBytesVEK", b, 0, 0, t, 1, 0));
+  show_number(tour, "b.FindBytesVEK(8, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 8, 0, t, 0, 0));
   S seven_one = tour.host().newString("\x07\x01", 0x600);
   tour.line("s", quoted("\x07\x01") + " (ASCII)");
-  show_number(tour, "b.FindStringVEK(0, 0, s)", find_string(b, 0, 0, seven_one));
+  show_number(tour, "b.FindStringVEK(0, 0, s)", tour.call("FindStringVEK", b, 0, 0, seven_one));
   tour.host().release(seven_one);
-  show_number(tour, "b.FindStringVEK(0, 0, nil)", find_string(b, 0, 0, nullptr));
-  show_number(tour, "nil.FindByteVEK(0, 8, 7)", find(nullptr, 0, 8, 7));
+  show_number(tour, "b.FindStringVEK(0, 0, nil)", tour.call("FindStringVEK", b, 0, 0, nullptr));
+  show_number(tour, "nil.FindByteVEK(0, 8, 7)", tour.call("FindByteVEK", nullptr, 0, 8, 7));
   tour.raised();
 }
 
 void tour_fields(Tour& tour) {
-  const LoadedPlugin& plugin = tour.plugin();
-  auto get_string = plugin.method<S(B, int32_t, int32_t)>("GetStringVEK(offset as Integer, numBytes as Integer) as String");
-  auto set_string = plugin.method<void(B, S, int32_t)>("SetStringVEK(str as String, offset as Integer)");
-  auto get_code = plugin.method<S(B, int32_t)>("OSTypeVEK(offset as Integer) as String");
-  auto set_code = plugin.setter<void(B, int32_t, S)>("OSTypeVEK(offset as Integer) as String");
-  auto get_spec = plugin.method<F(B, int32_t)>("FSSpecVEK(offset as Integer) as FolderItem");
-  auto set_spec = plugin.setter<void(B, int32_t, F)>("FSSpecVEK(offset as Integer) as FolderItem");
   SimHost& host = tour.host();
 
   tour.section("text and file-reference fields");
   B b = tour.block(10);
   S abc = host.newString("abc", 0x600);
   S abcdef = host.newString("abcdef", 0x600);
-  set_string(b, abc, 2);
-  tour.dump("b.SetStringVEK(\"abc\", 2)", b);
-  set_string(b, abcdef, 7);
-  tour.dump("b.SetStringVEK(\"abcdef\", 7)", b);
-  show_string(tour, "b.GetStringVEK(2, 3)", get_string(b, 2, 3));
-  show_string(tour, "b.GetStringVEK(8, 100)", get_string(b, 8, 100));
-  show_string(tour, "b.GetStringVEK(10, 5)", get_string(b, 10, 5));
+  tour.in_place("b.SetStringVEK(\"abc\", 2)", "SetStringVEK", b, abc, 2);
+  tour.in_place("b.SetStringVEK(\"abcdef\", 7)", "SetStringVEK", b, abcdef, 7);
+  show_string(tour, "b.GetStringVEK(2, 3)", tour.call("GetStringVEK", b, 2, 3));
+  show_string(tour, "b.GetStringVEK(8, 100)", tour.call("GetStringVEK", b, 8, 100));
+  show_string(tour, "b.GetStringVEK(10, 5)", tour.call("GetStringVEK", b, 10, 5));
   host.release(abc);
   host.release(abcdef);
 
@@ -123,18 +101,18 @@ void tour_fields(Tour& tour) {
   S text = host.newString("TEXT", 0x600);
   S ab = host.newString("ab", 0x600);
   S accented = host.newString("\xC3\xA9t\xC3\xA9", 0x08000100);  // UTF-8
-  set_code(code, 0, text);
-  tour.dump("b.OSTypeVEK(0) = \"TEXT\"", code);
-  show_string(tour, "b.OSTypeVEK(0)", get_code(code, 0));
-  set_code(code, 0, ab);
-  tour.dump("b.OSTypeVEK(0) = \"ab\"", code);
-  show_string(tour, "b.OSTypeVEK(0)", get_code(code, 0));
-  set_code(code, 4, accented);
-  tour.dump("b.OSTypeVEK(4) = \"été\" (UTF-8)", code);
-  show_string(tour, "b.OSTypeVEK(4)", get_code(code, 4));
-  set_code(code, 7, text);
-  tour.dump("b.OSTypeVEK(7) = \"TEXT\"", code);
-  show_string(tour, "b.OSTypeVEK(7)", get_code(code, 7));
+  // Each code assigned, then read back.
+  const struct {
+    int32_t offset;
+    S code;
+    const char* label;
+  } assignments[] = {{0, text, "\"TEXT\""}, {0, ab, "\"ab\""}, {4, accented, "\"été\" (UTF-8)"}, {7, text, "\"TEXT\""}};
+  for (const auto& [offset, assigned, label] : assignments) {
+    tour.set("OSTypeVEK", code, offset, assigned);
+    const std::string call = "b.OSTypeVEK(" + std::to_string(offset) + ")";
+    tour.dump((call + " = " + label).c_str(), code);
+    show_string(tour, call.c_str(), tour.call("OSTypeVEK", code, offset));
+  }
   host.release(text);
   host.release(ab);
   host.release(accented);
@@ -143,17 +121,17 @@ void tour_fields(Tour& tour) {
   for (size_t i = 0; i < record.size(); ++i) record[i] = static_cast<uint8_t>(i + 1);
   F item = host.newFolderItem(record);
   B spec = tour.block(70);
-  set_spec(spec, 0, item);
+  tour.set("FSSpecVEK", spec, 0, item);
   tour.dump("s.FSSpecVEK(0) = f", spec);
-  F read = get_spec(spec, 0);
+  F read = tour.call("FSSpecVEK", spec, 0);
   tour.line("s.FSSpecVEK(0)", read != nullptr && host.spec(read) == record ? "a FolderItem of the same record" : "nil");
   host.adopt(read);
   host.release(read);
   B short_spec = tour.block(69);
-  F none = get_spec(short_spec, 0);
+  F none = tour.call("FSSpecVEK", short_spec, 0);
   tour.line("(69 bytes).FSSpecVEK(0)", none != nullptr ? "a FolderItem" : "nil");
   host.release(item);
-  show_string(tour, "nil.GetStringVEK(0, 4)", get_string(nullptr, 0, 4));
+  show_string(tour, "nil.GetStringVEK(0, 4)", tour.call("GetStringVEK", nullptr, 0, 4));
 }
 }  // namespace
 

@@ -155,7 +155,7 @@ int tour(const Options& options) {
   std::printf("host version   %s\n", version_text(3000.0).c_str());
   std::printf("plug-in        %s\n", options.plugin.c_str());
   {
-    Tour tour(host, plugin);
+    Tour tour(host);
     tour_sub_blocks(tour);
     tour_memory(tour);
     tour_numeric(tour);
