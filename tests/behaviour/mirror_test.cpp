@@ -79,17 +79,5 @@ TEST_P(Mirroring, Cases) {
   EXPECT_BALANCED(host());
 }
 
-// A nil block raises whatever the arguments.
-TEST_P(Mirroring, NilBlockRaises) {
-  for (const char* declaration : {kInBytes, kBytes, kBits}) {
-    SCOPED_TRACE(declaration);
-    call(declaration, nullptr, 0, 8);
-    EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-    call(declaration, nullptr, -1, 0);
-    EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-  }
-  EXPECT_BALANCED(host());
-}
-
 INSTANTIATE_ON_EVERY_HOST(Mirroring);
 }  // namespace

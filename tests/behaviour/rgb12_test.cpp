@@ -53,12 +53,5 @@ TEST_P(Rgb12, Cases) {
   EXPECT_BALANCED(host());
 }
 
-// A nil block raises, whatever the width.
-TEST_P(Rgb12, NilBlockRaises) {
-  call(kConvert, nullptr, 0);
-  EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-  EXPECT_BALANCED(host());
-}
-
 INSTANTIATE_ON_EVERY_HOST(Rgb12);
 }  // namespace

@@ -87,13 +87,6 @@ TEST_P(SizeFillInvert, Invert) {
   }
 }
 
-TEST_P(SizeFillInvert, NilBlockRaises) {
-  call(kFill, nullptr, 0, 4, 1);
-  EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-  call(kInvert, nullptr, 0, 4);
-  EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-}
-
 // A block over a raw address reports size 0: a positive count is trusted,
 // and the whole of an unknown size is nothing.
 TEST_P(SizeFillInvert, BlockOverARawAddress) {

@@ -64,11 +64,5 @@ TEST_P(SwapBytes, Cases) {
   EXPECT_BALANCED(host());
 }
 
-// A nil block: no effect and, unlike the mirrors, no exception.
-TEST_P(SwapBytes, NilBlockRaisesNothing) {
-  for (const char* declaration : {kSwap, kSwap16, kSwap32}) call(declaration, nullptr, 0, 4);
-  EXPECT_NOTHING_RAISED(host());
-}
-
 INSTANTIATE_ON_EVERY_HOST(SwapBytes);
 }  // namespace
