@@ -101,86 +101,34 @@ void finish(benchmark::State& state, size_t size) {
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(size));
 }
 
-// -- FindByteVEK ------------------------------------------------------------------
+// -- FindByteVEK, FindNotByteVEK and BytesZeroVEK: one pass over one block ------
 
-void find_byte_host(benchmark::State& state) {
+// The registered function on a block of Data's bytes; `call` gets the block and
+// the size.
+template <const Bytes& (*Data)(size_t), class Call>
+void scan_host(benchmark::State& state, Call call) {
   static std::map<size_t, B> blocks;
   auto size = static_cast<size_t>(state.range(0));
-  B block = cached_block(blocks, size, find_byte_data(size));
-  auto find = session().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
-      "FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
-  for (auto _ : state) benchmark::DoNotOptimize(find(block, 0, static_cast<int32_t>(size), kWanted));
+  B block = cached_block(blocks, size, Data(size));
+  for (auto _ : state) benchmark::DoNotOptimize(call(block, static_cast<int32_t>(size)));
   finish(state, size);
 }
 
-template <class Kernel>
-void find_byte(benchmark::State& state, Kernel kernel) {
+// A kernel level, or the C library, on Data's bytes, given Value (if any)
+// after the size.
+template <const Bytes& (*Data)(size_t), auto... Value, class Kernel>
+void scan(benchmark::State& state, Kernel kernel) {
   auto size = static_cast<size_t>(state.range(0));
-  const Bytes& data = find_byte_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size, kWanted));
+  const Bytes& data = Data(size);
+  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size, Value...));
   finish(state, size);
 }
 
-void find_byte_memchr(benchmark::State& state) {
-  auto size = static_cast<size_t>(state.range(0));
-  const Bytes& data = find_byte_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(std::memchr(data.data(), kWanted, size));
-  finish(state, size);
-}
-
-// -- FindNotByteVEK ---------------------------------------------------------------
-
-void find_not_byte_host(benchmark::State& state) {
-  static std::map<size_t, B> blocks;
-  auto size = static_cast<size_t>(state.range(0));
-  B block = cached_block(blocks, size, find_not_byte_data(size));
-  auto find = session().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
-      "FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
-  for (auto _ : state) benchmark::DoNotOptimize(find(block, 0, static_cast<int32_t>(size), kFill));
-  finish(state, size);
-}
-
-template <class Kernel>
-void find_not_byte(benchmark::State& state, Kernel kernel) {
-  auto size = static_cast<size_t>(state.range(0));
-  const Bytes& data = find_not_byte_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size, kFill));
-  finish(state, size);
-}
-
-// The same bytes in one memchr pass that finds nothing until the end.
-void find_not_byte_memchr(benchmark::State& state) {
-  auto size = static_cast<size_t>(state.range(0));
-  const Bytes& data = find_not_byte_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(std::memchr(data.data(), 0, size));
-  finish(state, size);
-}
-
-// -- BytesZeroVEK -----------------------------------------------------------------
-
-void all_zero_host(benchmark::State& state) {
-  static std::map<size_t, B> blocks;
-  auto size = static_cast<size_t>(state.range(0));
-  B block = cached_block(blocks, size, zero_data(size));
-  auto zero = session().plugin.method<bool(B, int32_t, int32_t)>(
-      "BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean");
-  for (auto _ : state) benchmark::DoNotOptimize(zero(block, 0, static_cast<int32_t>(size)));
-  finish(state, size);
-}
-
-template <class Kernel>
-void all_zero(benchmark::State& state, Kernel kernel) {
-  auto size = static_cast<size_t>(state.range(0));
-  const Bytes& data = zero_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(kernel(data.data(), size));
-  finish(state, size);
-}
-
-void all_zero_memchr(benchmark::State& state) {
-  auto size = static_cast<size_t>(state.range(0));
-  const Bytes& data = zero_data(size);
-  for (auto _ : state) benchmark::DoNotOptimize(std::memchr(data.data(), 1, size));
-  finish(state, size);
+// memchr over Data's bytes, for a byte they do not hold.
+template <const Bytes& (*Data)(size_t), uint8_t Absent>
+void scan_memchr(benchmark::State& state) {
+  scan<Data, Absent>(state,
+                     [](const uint8_t* data, size_t size, uint8_t value) { return std::memchr(data, value, size); });
 }
 
 // -- BytesEqualVEK ----------------------------------------------------------------
@@ -329,30 +277,43 @@ int register_benchmarks() {
   using namespace vek;
   using benchmark::RegisterBenchmark;
 
-  sized(RegisterBenchmark("BM_FindByteVEK/host", find_byte_host));
+  sized(RegisterBenchmark("BM_FindByteVEK/host", [](benchmark::State& state) {
+    static auto find = session().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
+        "FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
+    scan_host<find_byte_data>(state, [](B block, int32_t size) { return find(block, 0, size, kWanted); });
+  }));
   register_levels(
-      "BM_FindByteVEK", find_byte_kernels, &FindByteTable::find_byte, find_byte,
+      "BM_FindByteVEK", find_byte_kernels, &FindByteTable::find_byte, scan<find_byte_data, kWanted>,
       +[](const uint8_t* data, size_t size, uint8_t value) noexcept {
         return find_byte_kernels.best().find_byte(data, size, value);
       },
       sized, small_sizes);
-  sized(RegisterBenchmark("BM_FindByteVEK/memchr", find_byte_memchr));
+  sized(RegisterBenchmark("BM_FindByteVEK/memchr", scan_memchr<find_byte_data, kWanted>));
 
-  sized(RegisterBenchmark("BM_FindNotByteVEK/host", find_not_byte_host));
+  sized(RegisterBenchmark("BM_FindNotByteVEK/host", [](benchmark::State& state) {
+    static auto find_not = session().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
+        "FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
+    scan_host<find_not_byte_data>(state, [](B block, int32_t size) { return find_not(block, 0, size, kFill); });
+  }));
   register_levels(
-      "BM_FindNotByteVEK", find_not_byte_kernels, &FindNotByteTable::find_not_byte, find_not_byte,
+      "BM_FindNotByteVEK", find_not_byte_kernels, &FindNotByteTable::find_not_byte, scan<find_not_byte_data, kFill>,
       +[](const uint8_t* data, size_t size, uint8_t value) noexcept {
         return find_not_byte_kernels.best().find_not_byte(data, size, value);
       },
       sized, small_sizes);
-  sized(RegisterBenchmark("BM_FindNotByteVEK/memchr", find_not_byte_memchr));
+  // The same bytes in one memchr pass that finds nothing until the end.
+  sized(RegisterBenchmark("BM_FindNotByteVEK/memchr", scan_memchr<find_not_byte_data, 0>));
 
-  sized(RegisterBenchmark("BM_BytesZeroVEK/host", all_zero_host));
+  sized(RegisterBenchmark("BM_BytesZeroVEK/host", [](benchmark::State& state) {
+    static auto zero = session().plugin.method<bool(B, int32_t, int32_t)>(
+        "BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean");
+    scan_host<zero_data>(state, [](B block, int32_t size) { return zero(block, 0, size); });
+  }));
   register_levels(
-      "BM_BytesZeroVEK", all_zero_kernels, &AllZeroTable::all_zero, all_zero,
+      "BM_BytesZeroVEK", all_zero_kernels, &AllZeroTable::all_zero, scan<zero_data>,
       +[](const uint8_t* data, size_t size) noexcept { return all_zero_kernels.best().all_zero(data, size); }, sized,
       small_sizes);
-  sized(RegisterBenchmark("BM_BytesZeroVEK/memchr", all_zero_memchr));
+  sized(RegisterBenchmark("BM_BytesZeroVEK/memchr", scan_memchr<zero_data, 1>));
 
   sized(RegisterBenchmark("BM_BytesEqualVEK/host", bytes_equal_host));
   register_levels(
