@@ -17,8 +17,7 @@
 #include <benchmark/benchmark.h>
 
 #include "blockops/compare_search.h"
-#include "host/loaded_plugin.h"
-#include "host/sim_host.h"
+#include "bench/bench_host.h"
 
 namespace {
 using Bytes = std::vector<uint8_t>;
@@ -27,21 +26,9 @@ using B = REALmemoryBlock;
 constexpr uint8_t kWanted = 0x3C;  // the byte FindByteVEK looks for, only at the end
 constexpr uint8_t kFill = 0x5A;    // the byte FindNotByteVEK skips, everywhere but the end
 
-// One host and one copy of the plug-in for the whole run.
-struct Session {
-  SimHost host;
-  LoadedPlugin plugin{VEK_PLUGIN_PATH};
-  Session() { plugin.start(host); }
-};
-
-Session& session() {
-  static Session* s = new Session();
-  return *s;
-}
-
 B host_block(const Bytes& bytes) {
-  B b = session().host.newBlock(bytes.size());
-  std::memcpy(session().host.bytes(b).data(), bytes.data(), bytes.size());
+  B b = bench_host().host.newBlock(bytes.size());
+  std::memcpy(bench_host().host.bytes(b).data(), bytes.data(), bytes.size());
   return b;
 }
 
@@ -138,7 +125,7 @@ void bytes_equal_host(benchmark::State& state) {
   auto size = static_cast<size_t>(state.range(0));
   auto it = blocks.find(size);
   if (it == blocks.end()) it = blocks.emplace(size, std::pair(host_block(equal_data(size)), host_block(equal_data(size)))).first;
-  auto equal = session().plugin.method<bool(B, int32_t, int32_t, B, int32_t)>(
+  auto equal = bench_host().plugin.method<bool(B, int32_t, int32_t, B, int32_t)>(
       "BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean");
   for (auto _ : state) benchmark::DoNotOptimize(equal(it->second.first, 0, static_cast<int32_t>(size), it->second.second, 0));
   finish(state, size);
@@ -207,7 +194,7 @@ void find_bytes_host(benchmark::State& state) {
     const SearchCase& c = search_case(size, length);
     it = blocks.emplace(key, std::pair(host_block(c.data), host_block(c.target))).first;
   }
-  auto find = session().plugin.method<int32_t(B, int32_t, int32_t, B, int32_t, int32_t)>(
+  auto find = bench_host().plugin.method<int32_t(B, int32_t, int32_t, B, int32_t, int32_t)>(
       "FindBytesVEK(srcOfs as Integer, maxBytes as Integer, target as MemoryBlock, targOfs as Integer, targLen as "
       "Integer) as Integer");
   for (auto _ : state) benchmark::DoNotOptimize(find(it->second.first, 0, 0, it->second.second, 0, 0));
@@ -278,7 +265,7 @@ int register_benchmarks() {
   using benchmark::RegisterBenchmark;
 
   sized(RegisterBenchmark("BM_FindByteVEK/host", [](benchmark::State& state) {
-    static auto find = session().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
+    static auto find = bench_host().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
         "FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
     scan_host<find_byte_data>(state, [](B block, int32_t size) { return find(block, 0, size, kWanted); });
   }));
@@ -291,7 +278,7 @@ int register_benchmarks() {
   sized(RegisterBenchmark("BM_FindByteVEK/memchr", scan_memchr<find_byte_data, kWanted>));
 
   sized(RegisterBenchmark("BM_FindNotByteVEK/host", [](benchmark::State& state) {
-    static auto find_not = session().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
+    static auto find_not = bench_host().plugin.method<int32_t(B, int32_t, int32_t, int32_t)>(
         "FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer");
     scan_host<find_not_byte_data>(state, [](B block, int32_t size) { return find_not(block, 0, size, kFill); });
   }));
@@ -305,7 +292,7 @@ int register_benchmarks() {
   sized(RegisterBenchmark("BM_FindNotByteVEK/memchr", scan_memchr<find_not_byte_data, 0>));
 
   sized(RegisterBenchmark("BM_BytesZeroVEK/host", [](benchmark::State& state) {
-    static auto zero = session().plugin.method<bool(B, int32_t, int32_t)>(
+    static auto zero = bench_host().plugin.method<bool(B, int32_t, int32_t)>(
         "BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean");
     scan_host<zero_data>(state, [](B block, int32_t size) { return zero(block, 0, size); });
   }));

@@ -6,16 +6,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include "host/loaded_plugin.h"
-#include "host/sim_host.h"
+#include "bench/bench_host.h"
 
 namespace {
 using CopyToBlock = void(REALmemoryBlock, int32_t, int32_t, REALmemoryBlock, int32_t);
 
 void BM_CopyBytesMethod(benchmark::State& state) {
-  SimHost host;
-  LoadedPlugin plugin(VEK_PLUGIN_PATH);
-  plugin.start(host);
+  auto& [host, plugin] = bench_host();
   auto copy = plugin.method<CopyToBlock>(
       "CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)");
   auto size = static_cast<int32_t>(state.range(0));
@@ -25,6 +22,8 @@ void BM_CopyBytesMethod(benchmark::State& state) {
     copy(source, 0, size, destination, 0);
     benchmark::ClobberMemory();
   }
+  host.release(source);
+  host.release(destination);
   state.SetBytesProcessed(state.iterations() * size);
 }
 

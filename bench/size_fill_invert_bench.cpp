@@ -14,8 +14,7 @@
 #include <benchmark/benchmark.h>
 
 #include "blockops/size_fill_invert.h"
-#include "host/loaded_plugin.h"
-#include "host/sim_host.h"
+#include "bench/bench_host.h"
 
 namespace {
 using Invert = void(REALmemoryBlock, int32_t, int32_t);
@@ -66,9 +65,7 @@ void BM_Memset(benchmark::State& state) {
 
 // The registered methods, called as a host calls them, on a host block.
 void BM_InvertMethod(benchmark::State& state) {
-  SimHost host;
-  LoadedPlugin plugin(VEK_PLUGIN_PATH);
-  plugin.start(host);
+  auto& [host, plugin] = bench_host();
   auto invert = plugin.method<Invert>("InvertBytesVEK(offset as integer, count as integer)");
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock block = host.newBlock(static_cast<size_t>(size), 0x5A);
@@ -76,13 +73,12 @@ void BM_InvertMethod(benchmark::State& state) {
     invert(block, 0, size);
     benchmark::ClobberMemory();
   }
+  host.release(block);
   state.SetBytesProcessed(state.iterations() * size);
 }
 
 void BM_FillMethod(benchmark::State& state) {
-  SimHost host;
-  LoadedPlugin plugin(VEK_PLUGIN_PATH);
-  plugin.start(host);
+  auto& [host, plugin] = bench_host();
   auto fill = plugin.method<Fill>("FillBytesVEK(offset as integer, count as integer, value as integer)");
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock block = host.newBlock(static_cast<size_t>(size), 0);
@@ -91,6 +87,7 @@ void BM_FillMethod(benchmark::State& state) {
     fill(block, 0, size, ++value);
     benchmark::ClobberMemory();
   }
+  host.release(block);
   state.SetBytesProcessed(state.iterations() * size);
 }
 

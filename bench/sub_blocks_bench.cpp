@@ -5,16 +5,13 @@
 
 #include <benchmark/benchmark.h>
 
-#include "host/loaded_plugin.h"
-#include "host/sim_host.h"
+#include "bench/bench_host.h"
 
 namespace {
 using Mid2 = REALmemoryBlock(REALmemoryBlock, int32_t, int32_t);
 
 void BM_MidVEK(benchmark::State& state) {
-  SimHost host;
-  LoadedPlugin plugin(VEK_PLUGIN_PATH);
-  plugin.start(host);
+  auto& [host, plugin] = bench_host();
   auto mid = plugin.method<Mid2>("MidVEK(offset As Integer, length As Integer) as Memoryblock");
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock block = host.newBlock(static_cast<size_t>(size) + 1, 0x5A);
@@ -23,6 +20,7 @@ void BM_MidVEK(benchmark::State& state) {
     host.adopt(result);
     host.release(result);
   }
+  host.release(block);
   state.SetBytesProcessed(state.iterations() * size);
 }
 
