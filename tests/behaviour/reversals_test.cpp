@@ -1,13 +1,21 @@
-// MirrorBitsInBytesVEK, MirrorBytesVEK and MirrorBitsVEK through the
-// simulated host. The kernels are checked against a bit vector in the kernel
-// tests; here the ranges, the defaults and the documented examples.
+// The byte swaps (SwapBytesVEK, SwapBytes16VEK, SwapBytes32VEK) and the
+// mirrors (MirrorBitsInBytesVEK, MirrorBytesVEK, MirrorBitsVEK) through the
+// simulated host: each undoes itself, so every case runs twice. Long ranges,
+// every size and alignment, are the kernel tests' part; here the range each
+// method resolves, the defaults and the reference's examples.
 #include "tests/support/plugin_test.h"
 
 namespace {
+constexpr const char* kSwap = "SwapBytesVEK(offset as Integer, numBytes as Integer)";
+constexpr const char* kSwap16 = "SwapBytes16VEK(offset as Integer, numBytes as Integer)";
+constexpr const char* kSwap32 = "SwapBytes32VEK(offset as Integer, numBytes as Integer)";
 constexpr const char* kInBytes = "MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)";
 constexpr const char* kBytes = "MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)";
 constexpr const char* kBits = "MirrorBitsVEK(offsetBit as Integer, lengthBit as integer)";
 constexpr int32_t kMax = 2147483647;
+
+const Bytes k6 = {1, 2, 3, 4, 5, 6};
+const Bytes k8 = {1, 2, 3, 4, 5, 6, 7, 8};
 
 Bytes counting(size_t n) {
   Bytes bytes(n);
@@ -15,16 +23,38 @@ Bytes counting(size_t n) {
   return bytes;
 }
 
-struct MirrorCase {
+struct Case {
   const char* name;
   const char* declaration;
   Bytes block;
-  int32_t offset, length;
+  int32_t offset, count;
   Bytes expected;
   Storage storage = Storage::Block;
 };
 
-const MirrorCase kCases[] = {
+const Case kCases[] = {
+    {"whole block reversed", kSwap, k6, 0, 6, {6, 5, 4, 3, 2, 1}},
+    {"inner range, middle byte stays", kSwap, k6, 1, 3, {1, 4, 3, 2, 5, 6}},
+    {"cut back at the end", kSwap, k6, 2, 100, {1, 2, 6, 5, 4, 3}},
+    {"largest count cannot overflow", kSwap, k6, 2, kMax, {1, 2, 6, 5, 4, 3}},
+    {"last byte alone", kSwap, k6, 5, 1, k6},
+    {"offset at the size", kSwap, k6, 6, 1, k6},
+    {"negative offset", kSwap, k6, -1, 3, k6},
+    {"most negative offset", kSwap, k6, INT32_MIN, kMax, k6},
+    {"zero count", kSwap, k6, 0, 0, k6},
+    {"negative count", kSwap, k6, 0, -6, k6},
+    {"16: last odd byte stays", kSwap16, {1, 2, 3, 4, 5}, 0, 5, {2, 1, 4, 3, 5}},
+    {"16: words at an odd offset, cut back", kSwap16, k6, 1, 100, {1, 3, 2, 5, 4, 6}},
+    {"32: trailing bytes stay", kSwap32, k6, 0, 6, {4, 3, 2, 1, 5, 6}},
+    {"32: cut back at the end", kSwap32, k6, 2, 100, {1, 2, 6, 5, 4, 3}},
+    {"32: cut back below a word", kSwap32, k6, 3, 100, k6},
+    // A block over a raw address reports size 0: its range is the caller's.
+    {"raw address", kSwap, k8, 2, 6, {1, 2, 8, 7, 6, 5, 4, 3}, Storage::RawAddress},
+    {"16: raw address", kSwap16, k8, 1, 6, {1, 3, 2, 5, 4, 7, 6, 8}, Storage::RawAddress},
+    {"32: raw address", kSwap32, k8, 0, 8, {4, 3, 2, 1, 8, 7, 6, 5}, Storage::RawAddress},
+    {"no data", kSwap, k6, 0, 6, k6, Storage::NoData},
+    {"16: no data", kSwap16, k6, 0, 6, k6, Storage::NoData},
+    {"32: no data", kSwap32, k6, 0, 6, k6, Storage::NoData},
     {"bits in bytes", kInBytes, {0x01, 0xF0}, 0, 2, {0x80, 0x0F}},
     {"bits in bytes, cut back", kInBytes, {0x01, 0x03, 0xF0}, 1, 100, {0x01, 0xC0, 0x0F}},
     {"bits in bytes, offset at the size", kInBytes, {0x01, 0x03}, 2, 1, {0x01, 0x03}},
@@ -63,21 +93,23 @@ const MirrorCase kCases[] = {
     {"bits, no data", kBits, counting(4), 0, 32, counting(4), Storage::NoData},
 };
 
-class Mirroring : public PluginTest {};
+class Reversals : public PluginTest {};
 
-// Each case twice: once gives the expected bytes, twice the block back.
-TEST_P(Mirroring, Cases) {
-  for (const MirrorCase& c : kCases) {
+// Each case twice: once gives the expected bytes, twice the block back. A nil
+// block is the every-method sweep's: the swaps refuse it quietly, the mirrors
+// raise.
+TEST_P(Reversals, Cases) {
+  for (const Case& c : kCases) {
     SCOPED_TRACE(c.name);
     REALmemoryBlock block = this->block(c.block, c.storage);
-    call(c.declaration, block, c.offset, c.length);
+    call(c.declaration, block, c.offset, c.count);
     EXPECT_EQ(bytes(block), c.expected);
-    call(c.declaration, block, c.offset, c.length);
+    call(c.declaration, block, c.offset, c.count);
     EXPECT_EQ(bytes(block), c.block);
     EXPECT_NOTHING_RAISED(host());
   }
   EXPECT_BALANCED(host());
 }
 
-INSTANTIATE_ON_EVERY_HOST(Mirroring);
+INSTANTIATE_ON_EVERY_HOST(Reversals);
 }  // namespace
