@@ -3,6 +3,10 @@
 // through the host's caller would add its own cost to what is timed).
 #pragma once
 
+#include <initializer_list>
+
+#include <benchmark/benchmark.h>
+
 #include "host/loaded_plugin.h"
 #include "host/sim_host.h"
 
@@ -16,4 +20,16 @@ struct BenchHost {
 inline BenchHost& bench_host() {
   static BenchHost* shared = new BenchHost();
   return *shared;
+}
+
+// Times `call` once an iteration, counting `bytes`, then gives back the case's
+// blocks.
+template <class Call>
+void time_call(benchmark::State& state, std::initializer_list<REALmemoryBlock> blocks, int64_t bytes, Call call) {
+  for (auto _ : state) {
+    call();
+    benchmark::ClobberMemory();
+  }
+  for (REALmemoryBlock block : blocks) bench_host().host.release(block);
+  state.SetBytesProcessed(state.iterations() * bytes);
 }

@@ -18,13 +18,7 @@ void BM_CopyBytesMethod(benchmark::State& state) {
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock source = host.newBlock(static_cast<size_t>(size), 0x5A);
   REALmemoryBlock destination = host.newBlock(static_cast<size_t>(size), 0);
-  for (auto _ : state) {
-    copy(source, 0, size, destination, 0);
-    benchmark::ClobberMemory();
-  }
-  host.release(source);
-  host.release(destination);
-  state.SetBytesProcessed(state.iterations() * size);
+  time_call(state, {source, destination}, size, [&] { copy(source, 0, size, destination, 0); });
 }
 
 void BM_Memmove(benchmark::State& state) {

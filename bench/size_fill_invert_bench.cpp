@@ -69,12 +69,7 @@ void BM_InvertMethod(benchmark::State& state) {
   auto invert = plugin.method<Invert>("InvertBytesVEK(offset as integer, count as integer)");
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock block = host.newBlock(static_cast<size_t>(size), 0x5A);
-  for (auto _ : state) {
-    invert(block, 0, size);
-    benchmark::ClobberMemory();
-  }
-  host.release(block);
-  state.SetBytesProcessed(state.iterations() * size);
+  time_call(state, {block}, size, [&] { invert(block, 0, size); });
 }
 
 void BM_FillMethod(benchmark::State& state) {
@@ -83,12 +78,7 @@ void BM_FillMethod(benchmark::State& state) {
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock block = host.newBlock(static_cast<size_t>(size), 0);
   int32_t value = 0;
-  for (auto _ : state) {
-    fill(block, 0, size, ++value);
-    benchmark::ClobberMemory();
-  }
-  host.release(block);
-  state.SetBytesProcessed(state.iterations() * size);
+  time_call(state, {block}, size, [&] { fill(block, 0, size, ++value); });
 }
 
 void sizes(benchmark::internal::Benchmark* b) {

@@ -15,13 +15,11 @@ void BM_MidVEK(benchmark::State& state) {
   auto mid = plugin.method<Mid2>("MidVEK(offset As Integer, length As Integer) as Memoryblock");
   auto size = static_cast<int32_t>(state.range(0));
   REALmemoryBlock block = host.newBlock(static_cast<size_t>(size) + 1, 0x5A);
-  for (auto _ : state) {
+  time_call(state, {block}, size, [&] {
     REALmemoryBlock result = mid(block, 1, size);
     host.adopt(result);
     host.release(result);
-  }
-  host.release(block);
-  state.SetBytesProcessed(state.iterations() * size);
+  });
 }
 
 void BM_NewBlockAndMemcpy(benchmark::State& state) {
