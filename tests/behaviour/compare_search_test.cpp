@@ -103,7 +103,6 @@ const PairCase kPairs[] = {
     {"1, 2 against 1, 2 of the same block", kEqual, 3, 2, Other::Self, 6, 0, true},
     {"the whole of an equal block", kEqual, 0, 8, Other::Copy, 0, 0, true},
     {"one byte differs", kEqual, 0, 1, Other::Self, 2, 0, false},
-    {"no bytes", kEqual, 0, 0, Other::Self, 0, 0, true},
     {"no bytes, whatever the offsets", kEqual, 9, 0, Other::Self, -4, 0, true},
     {"the other block is shorter, its bytes fit", kEqual, 2, 2, Other::Short, 0, 0, true},
     {"needs bytes past the end of the other block", kEqual, 2, 3, Other::Short, 0, 0, false},

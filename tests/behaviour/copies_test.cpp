@@ -85,7 +85,8 @@ TEST_P(Copies, Blocks) {
 
 // Between the block and raw memory: the To methods read the block from
 // `offset`, the From methods write it there. A handle's bytes are those its
-// master pointer points at.
+// master pointer points at. Each method refuses a negative offset itself.
+// (A block over a raw address, which reports size 0, is the sweeps'.)
 struct RawCase {
   const char* name;
   const char* declaration;
@@ -104,10 +105,7 @@ const RawCase kRawCases[] = {
     {"from a handle, three fit", kFromHandle, 7, 4, kRaw, {1, 2, 3, 4, 5, 6, 7, 0xA1, 0xA2, 0xA3}},
     {"to a pointer: negative offset", kToPtr, -1, 4, kRaw, kOneToTen},
     {"to a handle: negative offset", kToHandle, -1, 4, kRaw, kOneToTen},
-    {"to a handle: offset at the end", kToHandle, 10, 4, kRaw, kOneToTen},
-    {"from a pointer: negative count", kFromPtr, 0, -4, kRaw, kOneToTen},
     {"from a pointer: negative offset", kFromPtr, -1, 4, kRaw, kOneToTen},
-    {"from a pointer: offset at the end", kFromPtr, 10, 4, kRaw, kOneToTen},
     {"from a handle: negative offset", kFromHandle, -1, 4, kRaw, kOneToTen},
 };
 
@@ -138,19 +136,6 @@ TEST_P(Copies, RawMemory) {
   EXPECT_EQ(bytes(block), kOneToTen);
 }
 
-// A block over a raw address reports size 0: its runs are the caller's.
-TEST_P(Copies, BlockOverARawAddressIsTrusted) {
-  uint8_t* bytes = raw(Bytes(8, 0xEE));
-  REALmemoryBlock over = host().ptrBlock(bytes);
-  call(kCopy2, block(kOneToTen), 0, 4, over, 3);
-  EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes({0xEE, 0xEE, 0xEE, 1, 2, 3, 4, 0xEE}));
-  call(kCopy1, over, 3, 4, 4);
-  EXPECT_EQ(Bytes(bytes, bytes + 8), Bytes({0xEE, 0xEE, 0xEE, 1, 1, 2, 3, 4}));
-  uint8_t* out = raw(Bytes(2, 0xEE));
-  call(kToPtr, over, 6, 2, out);
-  EXPECT_EQ(Bytes(out, out + 2), Bytes({3, 4}));
-}
-
 // Either block without data, a negative size or a nil destination block:
 // nothing changes.
 TEST_P(Copies, UnusableBlocks) {
@@ -171,10 +156,6 @@ TEST_P(Copies, UnusableBlocks) {
 
 TEST_P(Copies, Addresses) {
   REALmemoryBlock block = this->block(kOneToTen);
-  REALmemoryBlock no_data = this->block(kOneToTen);
-  host().overrideReportedData(no_data, nullptr);
-  REALmemoryBlock negative = this->block(kOneToTen);
-  host().overrideReportedSize(negative, -1);
   uint8_t* raw_bytes = raw(Bytes(4, 0));
   REALmemoryBlock over = host().ptrBlock(raw_bytes);
   const uint64_t data = reinterpret_cast<uintptr_t>(host().bytes(block).data());
@@ -188,14 +169,10 @@ TEST_P(Copies, Addresses) {
   EXPECT_EQ(address(block, 10), data + 10) << "just past the last byte";
   EXPECT_EQ(address(block, 11), 0u);
   EXPECT_EQ(address(block, -1), 0u);
-  EXPECT_EQ(address(block, INT64_MAX), 0u);
-  EXPECT_EQ(address(negative, 0), 0u);
   EXPECT_EQ(address(over, 1000), reinterpret_cast<uintptr_t>(raw_bytes) + 1000) << "size 0: no upper bound";
-  // Nil and without data: a block at address 0 (of a size, if it has one).
+  // Nil: a block at address 0.
   EXPECT_EQ(address(nullptr, 5), 5u);
   EXPECT_EQ(address(nullptr, -5), 0u);
-  EXPECT_EQ(address(no_data, 10), 10u);
-  EXPECT_EQ(address(no_data, 11), 0u);
   // As wide as the host's addresses: a 32-bit host adds the low 32 bits.
   const int64_t beyond_32_bits = (int64_t{1} << 32) + 7;
   EXPECT_EQ(address(nullptr, beyond_32_bits), sizeof(void*) == 4 ? 7u : uint64_t(beyond_32_bits));

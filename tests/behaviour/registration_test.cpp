@@ -167,12 +167,11 @@ TEST_P(Registration, GlobalMethods) {
 INSTANTIATE_TEST_SUITE_P(HostVersions, Registration, ::testing::ValuesIn(kRows),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// -- hosts that lack registration services, or fail ----------------------------
+// -- hosts that fail ----------------------------------------------------------
 
 struct Loaded {
-  Loaded(std::optional<double> version, std::initializer_list<const char*> missing, int failing_allocation = 0)
+  Loaded(std::optional<double> version, int failing_allocation)
       : host(HostConfig{.version = version,
-                        .missing = {missing.begin(), missing.end()},
                         .throwing = {"REALBuildString", "REALBuildStringWithEncoding", "REALConvertString"}}),
         plugin(VEK_PLUGIN_PATH) {
     EXPECT_GT(AllocFaults::install(plugin.dlHandle()), 0);
@@ -186,16 +185,6 @@ struct Loaded {
   LoadedPlugin plugin;
   bool failed = false;
 };
-
-// What a host without a registration service gets is swept with the other
-// missing services; a missing "PluginRegisterMethod" is asked for again for
-// the second global.
-TEST(RegistrationWithoutServices, AskedForAgainPerGlobal) {
-  for (std::optional<double> version : {std::optional<double>(3000.0), std::optional<double>()}) {
-    Loaded l(version, {"PluginRegisterMethod"});
-    EXPECT_EQ(l.host.lookups("PluginRegisterMethod"), 2);
-  }
-}
 
 // Fails the plug-in's first, second, ... allocation until REALPluginMain runs
 // through, on every registration path. What could not be built is not
@@ -218,7 +207,7 @@ TEST(RegistrationOutOfMemory, EveryAllocationPoint) {
     int points = 0;
     for (int k = 1;; ++k) {
       SCOPED_TRACE(k);
-      Loaded l(path.version, {}, k);
+      Loaded l(path.version, k);
       const Registry& registry = l.host.registry();
       for (const ModuleReg& module : registry.modules) {
         EXPECT_EQ(module.methods.size(), module.name == "MemoryblockGlobalsVEK" ? 2u : 47u) << module.name;

@@ -27,17 +27,14 @@ const SubBlockCase kCases[] = {
     {"mid2 cut at the end", kMid2, 8, 100, Bytes{9, 10}},
     {"mid2 huge length cannot overflow", kMid2, 8, kMax, Bytes{9, 10}},
     {"mid2 the whole block", kMid2, 0, 10, kOneToTen},
-    {"mid2 zero length", kMid2, 0, 0, std::nullopt},
     {"mid2 negative length", kMid2, 0, -3, std::nullopt},
     {"mid2 negative offset", kMid2, -1, 3, std::nullopt},
     {"mid2 offset at the size", kMid2, 10, 1, std::nullopt},
     {"left inside", kLeft, 3, 0, Bytes{1, 2, 3}},
     {"left longer than the block", kLeft, 100, 0, kOneToTen},
-    {"left zero", kLeft, 0, 0, std::nullopt},
     {"left negative", kLeft, -5, 0, std::nullopt},
     {"right inside", kRight, 3, 0, Bytes{8, 9, 10}},
     {"right huge", kRight, kMax, 0, kOneToTen},
-    {"right zero", kRight, 0, 0, std::nullopt},
     {"right negative", kRight, -1, 0, std::nullopt},
 };
 
@@ -50,7 +47,7 @@ class SubBlocks : public PluginTest {
 };
 
 // Every case on the ten bytes; the same arguments give nil quietly on blocks
-// that hold no bytes here, and raise on a nil block.
+// that hold no bytes here. (A nil receiver raises: the every-method sweep.)
 TEST_P(SubBlocks, Cases) {
   REALmemoryBlock ten = block(kOneToTen);
   REALmemoryBlock negative = block(kOneToTen);
@@ -62,9 +59,6 @@ TEST_P(SubBlocks, Cases) {
     EXPECT_NE(result, ten) << "a result is always a new block";
     EXPECT_EQ(taken(result), c.expected);
     for (REALmemoryBlock b : no_bytes) EXPECT_EQ(sub(c, b), nullptr);
-    EXPECT_NOTHING_RAISED(host());
-    EXPECT_EQ(sub(c, nullptr), nullptr);
-    EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
   }
   EXPECT_EQ(bytes(ten), kOneToTen);
 }
@@ -89,8 +83,6 @@ TEST_P(SubBlocks, Append) {
   EXPECT_EQ(call(kAppend, ten, no_data).p, nullptr);
   EXPECT_EQ(call(kAppend, no_data, ten).p, nullptr);
   EXPECT_NOTHING_RAISED(host());
-  EXPECT_EQ(call(kAppend, nullptr, ten).p, nullptr);
-  EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
   EXPECT_EQ(call(kAppend, ten, nullptr).p, nullptr);
   EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
 }
