@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -73,34 +74,28 @@ kernel_test::Maker<vek::MinMaxTable> minmax(int bits, bool is_signed) {
 // Factors of every kind: special values, random ones across many magnitudes,
 // ones of few significant bits (which the 16-bit AVX2 level multiplies in
 // float), and neighbours of 1 and of the values' ranges.
-const std::vector<double>& factors() {
-  static const std::vector<double> factors = [] {
-    std::vector<double> list = {2.0, 0.5, 1.5, -1.0, 1.0E7, 40000.0, 1.0, 0.0, -0.0, 0.999, 3.7, 1.0 / 3.0,
-                                -3000000001.0, -1.0E300, 1.0E300, kInf, -kInf, kNaN, 255.5, 1.0000001,
-                                3.0, 0.75, 100.0, 255.0, 256.0, 0x1p-20, 0x1p20, 0x1p-100, 0x1p-101, 0x1.02p0, 0x1.01p-3};
-    std::mt19937_64 random(5);
-    std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
-    for (int i = 0; i < 200; ++i) list.push_back(std::ldexp(mantissa(random), static_cast<int>(random() % 80) - 40));
-    for (double near : {1.0, 255.0, 65535.0, 1.0 / 255.0, 1.0 / 65535.0}) {
-      list.push_back(std::nextafter(near, 0.0));
-      list.push_back(std::nextafter(near, 2.0 * near));
-    }
-    return list;
-  }();
-  return factors;
-}
+const std::vector<double> kFactors = [] {
+  std::vector<double> list = {2.0, 0.5, 1.5, -1.0, 1.0E7, 40000.0, 1.0, 0.0, -0.0, 0.999, 3.7, 1.0 / 3.0,
+                              -3000000001.0, -1.0E300, 1.0E300, kInf, -kInf, kNaN, 255.5, 1.0000001,
+                              3.0, 0.75, 100.0, 255.0, 256.0, 0x1p-20, 0x1p20, 0x1p-100, 0x1p-101, 0x1.02p0, 0x1.01p-3};
+  std::mt19937_64 random(5);
+  std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
+  for (int i = 0; i < 200; ++i) list.push_back(std::ldexp(mantissa(random), static_cast<int>(random() % 80) - 40));
+  for (double near : {1.0, 255.0, 65535.0, 1.0 / 255.0, 1.0 / 65535.0}) {
+    list.push_back(std::nextafter(near, 0.0));
+    list.push_back(std::nextafter(near, 2.0 * near));
+  }
+  return list;
+}();
 
-// Random values, or every value in a row (a long row: all 65536 16-bit
-// values); the factors taken in turn, so that the long rows meet every one.
+// Random values, and in the longest row all 65536 16-bit values; the factors
+// taken in turn, so that each meets one of the two long rows (which hold
+// every byte value).
 kernel_test::Maker<vek::ScaleTable> scale(size_t width) {
   return [width, turn = size_t{0}](size_t n, Random& random) mutable -> Call<vek::ScaleTable> {
-    double factor = factors()[turn++ % factors().size()];
+    double factor = kFactors[turn++ % kFactors.size()];
     Bytes bytes = random.bytes(width == 2 && n > 4096 ? 2 * 65536 + 1 : n);
-    if (width == 1 && random.one_in(2)) {
-      for (size_t i = 0; i < n; ++i) bytes[i] = static_cast<uint8_t>(i * 167 + i / 256);
-    } else if (width == 2 && n > 4096) {
-      for (size_t w = 0; w < 65536; ++w) bytes[2 * w] = static_cast<uint8_t>(w), bytes[2 * w + 1] = static_cast<uint8_t>(w >> 8);
-    }
+    for (size_t w = 0; width == 2 && n > 4096 && w < 65536; ++w) std::memcpy(&bytes[2 * w], &w, 2);  // little-endian
     size_t count = bytes.size() / width;
     return {{{bytes}}, [=](auto& t, auto p) { t.scale(p[0], count, factor); }, text("factor ", factor)};
   };
@@ -121,25 +116,19 @@ const bool registered = [] {
 // below, bytes keep the truncated product modulo 256, 16-bit values are left
 // alone; a product that is not a number or infinite gives 0.
 TEST(ScaleKernels, TwinsAtTheEdges) {
-  const struct {
-    size_t width;
-    double factor;
-    unsigned value, expected;
-  } cases[] = {
-      {1, 2.0, 0x7F, 0xFE},      {1, 2.0, 0x80, 0xFF},       {1, 0.5, 0xFF, 0x7F},     {1, 1.5, 0x10, 0x18},
-      {1, -1.0, 1, 0xFF},        {1, -1.0, 2, 0xFE},         {1, 1.0E7, 0xFF, 0xFF},   {1, kNaN, 0xFF, 0},
-      {1, kNaN, 0, 0},           {1, kInf, 0, 0},            {1, kInf, 1, 0xFF},       {1, -kInf, 0, 0},
-      {1, -kInf, 7, 0},          {1, 1.0E300, 1, 0xFF},      {1, -1.0E300, 1, 0},      {1, -3000000001.0, 1, 0xFF},
-      {1, -3000000001.0, 2, 0xFE}, {1, 0.999, 0xFF, 0xFE},   {1, 255.5, 1, 0xFF},      {1, -0.0, 0xFF, 0},
-      {1, -0.5, 0xFF, 0x81},     {1, -(0x1p40 + 3.0), 0xFF, 0x03},                     {1, 1000, 0x01, 0xFF},
-      {2, 2.0, 0x1234, 0x2468},  {2, 40000, 2, 0xFFFF},      {2, 0.5, 0xFFFF, 0x7FFF}, {2, kInf, 0, 0},
-      {2, kInf, 1, 0xFFFF},      {2, -2.0, 0x1234, 0x1234},  {2, -0.5, 7, 7},          {2, -kInf, 7, 7},
-      {2, kNaN, 7, 7},           {2, -1.0E-300, 7, 7},       {2, 0.0, 0xFFFF, 0},
+  const std::tuple<size_t, double, unsigned, unsigned> cases[] = {  // bytes, factor, value, result
+      {1, 0.5, 0xFF, 0x7F},   {1, 1.0E7, 0xFF, 0xFF},   {1, kNaN, 0xFF, 0},       {1, kNaN, 0, 0},
+      {1, kInf, 0, 0},        {1, kInf, 1, 0xFF},       {1, -kInf, 0, 0},         {1, -kInf, 7, 0},
+      {1, 1.0E300, 1, 0xFF},  {1, -1.0E300, 1, 0},      {1, -3000000001.0, 1, 0xFF}, {1, -3000000001.0, 2, 0xFE},
+      {1, 0.999, 0xFF, 0xFE}, {1, 255.5, 1, 0xFF},      {1, -0.0, 0xFF, 0},       {1, -0.5, 0xFF, 0x81},
+      {1, 1000, 1, 0xFF},     {1, -(0x1p40 + 3.0), 0xFF, 0x03},  // exact: the residue of -3·255
+      {2, 40000, 2, 0xFFFF},  {2, kInf, 0, 0},          {2, kInf, 1, 0xFFFF},     {2, -0.5, 7, 7},
+      {2, -kInf, 7, 7},       {2, kNaN, 7, 7},          {2, -1.0E-300, 7, 7},     {2, 0.0, 0xFFFF, 0},
   };
-  for (const auto& c : cases) {
-    uint8_t data[2] = {static_cast<uint8_t>(c.value), static_cast<uint8_t>(c.value >> 8)};
-    (c.width == 1 ? vek::scale_u8_scalar : vek::scale_u16_scalar)(data, 1, c.factor);
-    EXPECT_EQ(data[0] | (c.width == 1 ? 0 : data[1] << 8), c.expected) << c.width << " bytes, factor " << c.factor << ", value " << c.value;
+  for (auto [width, factor, value, expected] : cases) {
+    uint8_t data[2] = {static_cast<uint8_t>(value), static_cast<uint8_t>(value >> 8)};
+    (width == 1 ? vek::scale_u8_scalar : vek::scale_u16_scalar)(data, 1, factor);
+    EXPECT_EQ(data[0] | (width == 1 ? 0 : data[1] << 8), expected) << width << " bytes, factor " << factor << ", value " << value;
   }
 }
 }  // namespace

@@ -51,7 +51,7 @@ struct Random : std::mt19937 {
   bool one_in(unsigned n) { return (*this)() % n == 0; }
   void fill(uint8_t* data, size_t size) {
     for (size_t i = 0; i < size; i += 4) {
-      uint32_t r = static_cast<uint32_t>((*this)());
+      auto r = static_cast<uint32_t>((*this)());
       std::memcpy(data + i, &r, std::min<size_t>(4, size - i));
     }
   }
@@ -105,15 +105,12 @@ inline void print_current_call(int) {
   const char prefix[] = "\nFault at a guard page: ";
   (void)!write(2, prefix, sizeof prefix - 1);
   (void)!write(2, current_call, strlen(current_call));
-  (void)!write(2, "\n", 1);
+  signal(SIGSEGV, SIG_DFL);
 }
 
 template <class Table>
 void expect_level_matches_twin(const char* level, const Table& table, const Table& twin, const Maker<Table>& make) {
-  struct sigaction action = {};
-  action.sa_handler = print_current_call;
-  action.sa_flags = SA_RESETHAND;
-  sigaction(SIGSEGV, &action, nullptr);
+  signal(SIGSEGV, print_current_call);
   const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   std::vector<std::unique_ptr<GuardedBuffer>> arenas;  // per buffer and side, reused while big enough
   Random random(7);
@@ -158,30 +155,27 @@ void expect_level_matches_twin(const char* level, const Table& table, const Tabl
   }
 }
 
-inline void register_test(const std::string& suite, const std::string& name, std::function<void()> body) {
-  struct FunctionTest : testing::Test {
-    std::function<void()> body;
-    void TestBody() override { body(); }
-  };
-  testing::RegisterTest(suite.c_str(), name.c_str(), nullptr, nullptr, __FILE__, __LINE__, [=]() -> testing::Test* {
-    auto* test = new FunctionTest;
-    test->body = body;
-    return test;
-  });
-}
-
 // The row of a kernel family: <suite>.MatchesTwin/<level> for every level,
 // and a test that the adapters' choice is the first level the CPU runs.
 template <class Table, size_t N>
 bool family(const std::string& suite, vek::KernelFamily<Table, N>& kernels, Table twin,
             std::type_identity_t<Maker<Table>> make) {
+  struct FunctionTest : testing::Test {
+    explicit FunctionTest(std::function<void()> body) : body(std::move(body)) {}
+    void TestBody() override { body(); }
+    std::function<void()> body;
+  };
+  auto add = [&suite](const std::string& name, std::function<void()> body) {
+    testing::RegisterTest(suite.c_str(), name.c_str(), nullptr, nullptr, __FILE__, __LINE__,
+                          [body]() -> testing::Test* { return new FunctionTest(body); });
+  };
   for (const vek::KernelLevel<Table>& level : kernels.levels()) {
-    register_test(suite, std::string("MatchesTwin/") + vek::level_name(level.level), [=] {
+    add(std::string("MatchesTwin/") + vek::level_name(level.level), [=] {
       if (!vek::cpu_has(level.level)) GTEST_SKIP() << "CPU lacks " << vek::level_name(level.level);
       expect_level_matches_twin(vek::level_name(level.level), level.table, twin, make);
     });
   }
-  register_test(suite, "BestIsTheFirstLevelTheCpuRuns", [&kernels] {
+  add("BestIsTheFirstLevelTheCpuRuns", [&kernels] {
     auto first = std::find_if(kernels.levels().begin(), kernels.levels().end(), [](auto& l) { return vek::cpu_has(l.level); });
     ASSERT_NE(first, kernels.levels().end());
     EXPECT_EQ(std::memcmp(&kernels.best(), &first->table, sizeof(Table)), 0) << vek::level_name(first->level);
@@ -192,8 +186,6 @@ bool family(const std::string& suite, vek::KernelFamily<Table, N>& kernels, Tabl
 // The maker of a kernel that works in place on n random bytes.
 template <class Table>
 Maker<Table> in_place(void (*Table::*kernel)(uint8_t*, size_t) noexcept) {
-  return [kernel](size_t n, Random& random) {
-    return Call<Table>({{random.bytes(n)}}, [=](const Table& t, uint8_t* const* p) { (t.*kernel)(p[0], n); });
-  };
+  return [kernel](size_t n, Random& random) { return Call<Table>({{random.bytes(n)}}, [=](auto& t, auto p) { (t.*kernel)(p[0], n); }); };
 }
 }  // namespace kernel_test
