@@ -1,19 +1,22 @@
 // The kernel harness: every level of a kernel family against the family's
-// scalar twin. A generator makes a call for each size n (0..300 and a few
-// large ones): its buffers and the kernel call on them. The harness makes
-// each call at every start misalignment within a 64-byte line (five of them
+// scalar twin. A kernel is one row:
+//
+//   family("FindByte", vek::find_byte_kernels, {vek::find_byte_scalar}, [](size_t n, Random& random) {
+//     return Call<vek::FindByteTable>{{{random.bytes(n), 0x3C}},
+//                                     [n](auto& t, auto p) { return t.find_byte(p[0], n, 0x3C); }};
+//   });
+//
+// registers FindByte.MatchesTwin/<level> for each level (a level the CPU
+// lacks is skipped) and FindByte.BestIsTheFirstLevelTheCpuRuns. The row's
+// maker gives, for each size n (0..300 and two that run long main loops),
+// the call's buffers and the call on them (at p[0], p[1], ...). The harness
+// makes each call at every start misalignment within a 64-byte line (five
 // under VEK_SHORT_SWEEP, see sweep.h), twice: its buffers starting that many
-// bytes after a PROT_NONE page, and ending that many bytes before one (so
-// flush against the page at 0). The level's call and the twin's call on a
-// plain copy must give the same result and the same bytes in and around
-// every buffer: a stray read at a page faults, one elsewhere meets bytes
-// (`around`) chosen to change a search's answer, a stray write shows up.
-//
-//   const bool registered = kernel_test::family("InvertBytes", vek::invert_bytes_kernels,
-//       {vek::invert_bytes_scalar}, kernel_test::in_place(&vek::InvertBytesTable::invert));
-//
-// registers InvertBytes.MatchesTwin/<level> for each level; a level the CPU
-// lacks is skipped.
+// bytes after a PROT_NONE page, and ending that many bytes before one (flush
+// against it at 0). The level's call and the twin's on a plain copy must give
+// the same result and the same bytes in and around every buffer: a stray read
+// at a page faults, one elsewhere meets bytes (`around`) chosen to change a
+// search's answer, a stray write shows up.
 #pragma once
 
 #include <signal.h>
@@ -41,25 +44,14 @@
 namespace kernel_test {
 using Bytes = std::vector<uint8_t>;
 
-// Random numbers from splitmix64, cheap enough for generators that draw
-// several per byte and for the large sizes.
-class Random {
- public:
-  using result_type = uint32_t;
-  explicit Random(uint64_t seed) : state_(seed) {}
-  static constexpr uint32_t min() { return 0; }
-  static constexpr uint32_t max() { return UINT32_MAX; }
-  uint32_t operator()() {
-    uint64_t z = state_ += 0x9E3779B97F4A7C15u;
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
-    return static_cast<uint32_t>((z ^ (z >> 31)) >> 32);
-  }
+// Random numbers, with the draws the makers need.
+struct Random : std::mt19937 {
+  using std::mt19937::mt19937;
   size_t in(size_t low, size_t high) { return std::uniform_int_distribution<size_t>(low, high)(*this); }
   bool one_in(unsigned n) { return (*this)() % n == 0; }
   void fill(uint8_t* data, size_t size) {
     for (size_t i = 0; i < size; i += 4) {
-      uint32_t r = (*this)();
+      auto r = static_cast<uint32_t>((*this)());
       std::memcpy(data + i, &r, std::min<size_t>(4, size - i));
     }
   }
@@ -68,25 +60,13 @@ class Random {
     fill(bytes.data(), size);
     return bytes;
   }
-
- private:
-  uint64_t state_;
 };
 
-// A buffer of a call: its bytes, and the byte that fills the 64 bytes on
-// either side of it (-1: random bytes).
+// A buffer of a call, and the byte that fills the 64 bytes on either side of
+// it (-1: random bytes).
 struct Buffer {
   Bytes bytes;
   int around = -1;
-};
-
-// A kernel call: its buffers, and the call on them (at p[0], p[1], ...) with
-// a family's table, giving the result to compare (0 for none).
-template <class Table>
-struct Call {
-  std::vector<Buffer> buffers;
-  std::function<uint64_t(const Table&, uint8_t* const* p)> run;
-  std::string args = {};  // the other arguments, for failure messages
 };
 
 // The words of a failure message, run together.
@@ -97,32 +77,45 @@ std::string text(const Parts&... parts) {
   return out.str();
 }
 
+// A kernel call: its buffers, the call with a family's table on them (its
+// result compared; a kernel without one gives 0), and its other arguments
+// for failure messages.
 template <class Table>
-using Generator = std::function<Call<Table>(size_t n, Random&)>;
+struct Call {
+  template <class Run>
+  Call(std::vector<Buffer> buffers, Run run, std::string args = {}) : buffers(std::move(buffers)), args(std::move(args)) {
+    this->run = [run](const Table& t, uint8_t* const* p) -> uint64_t {
+      if constexpr (std::is_void_v<decltype(run(t, p))>) return run(t, p), 0;
+      else return static_cast<uint64_t>(run(t, p));
+    };
+  }
+  std::vector<Buffer> buffers;
+  std::function<uint64_t(const Table&, uint8_t* const*)> run;
+  std::string args;
+};
 
-// The call being made, for the failure messages and for a fault at a guard
-// page, which ends the test program: its handler prints this and lets the
-// fault recur.
+template <class Table>
+using Maker = std::function<Call<Table>(size_t n, Random&)>;
+
+// The call being made: for failure messages, and printed by the handler of a
+// fault at a guard page (which ends the program) before the fault recurs.
 inline char current_call[160];
 
 inline void print_current_call(int) {
   const char prefix[] = "\nFault at a guard page: ";
   (void)!write(2, prefix, sizeof prefix - 1);
   (void)!write(2, current_call, strlen(current_call));
-  (void)!write(2, "\n", 1);
+  signal(SIGSEGV, SIG_DFL);
 }
 
 template <class Table>
-void expect_level_matches_twin(const char* level, const Table& table, const Table& twin, const Generator<Table>& make) {
-  struct sigaction action = {};
-  action.sa_handler = print_current_call;
-  action.sa_flags = SA_RESETHAND;
-  sigaction(SIGSEGV, &action, nullptr);
+void expect_level_matches_twin(const char* level, const Table& table, const Table& twin, const Maker<Table>& make) {
+  signal(SIGSEGV, print_current_call);
   const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   std::vector<std::unique_ptr<GuardedBuffer>> arenas;  // per buffer and side, reused while big enough
   Random random(7);
   for (size_t k = 0; k <= 302; ++k) {
-    size_t n = k <= 300 ? k : k == 301 ? 4096 + 37 : 65536 + 5;  // and two that run long main loops
+    size_t n = k <= 300 ? k : k == 301 ? 4096 + 37 : 65536 + 5;
     for (size_t shift : sweep_misalignments()) {
       for (GuardSide side : {GuardSide::Before, GuardSide::After}) {
         Call<Table> call = make(n, random);
@@ -150,8 +143,7 @@ void expect_level_matches_twin(const char* level, const Table& table, const Tabl
                       level, n, count == 0 ? 0 : static_cast<size_t>(reinterpret_cast<uintptr_t>(at[0]) % 64), shift,
                       side == GuardSide::Before ? "after" : "before", call.args.empty() ? "" : ", ", call.args.c_str());
         uint64_t expected = call.run(twin, twin_at.data());
-        uint64_t result = call.run(table, at.data());
-        ASSERT_EQ(result, expected) << current_call;
+        ASSERT_EQ(call.run(table, at.data()), expected) << current_call;
         for (size_t i = 0; i < count; ++i) {
           auto differs = std::mismatch(plain[i].begin(), plain[i].end(), window[i]).first;
           ASSERT_TRUE(differs == plain[i].end())
@@ -163,37 +155,37 @@ void expect_level_matches_twin(const char* level, const Table& table, const Tabl
   }
 }
 
-// A test whose body is a function, for RegisterTest.
-class FunctionTest : public testing::Test {
- public:
-  explicit FunctionTest(std::function<void()> body) : body_(std::move(body)) {}
-  void TestBody() override { body_(); }
-
- private:
-  std::function<void()> body_;
-};
-
-// Registers <suite>.MatchesTwin/<level> for every level of `kernels`.
+// The row of a kernel family: <suite>.MatchesTwin/<level> for every level,
+// and a test that the adapters' choice is the first level the CPU runs.
 template <class Table, size_t N>
-bool family(const char* suite, const vek::KernelFamily<Table, N>& kernels, Table twin,
-            std::type_identity_t<Generator<Table>> make) {
+bool family(const std::string& suite, vek::KernelFamily<Table, N>& kernels, Table twin,
+            std::type_identity_t<Maker<Table>> make) {
+  struct FunctionTest : testing::Test {
+    explicit FunctionTest(std::function<void()> body) : body(std::move(body)) {}
+    void TestBody() override { body(); }
+    std::function<void()> body;
+  };
+  auto add = [&suite](const std::string& name, std::function<void()> body) {
+    testing::RegisterTest(suite.c_str(), name.c_str(), nullptr, nullptr, __FILE__, __LINE__,
+                          [body]() -> testing::Test* { return new FunctionTest(body); });
+  };
   for (const vek::KernelLevel<Table>& level : kernels.levels()) {
-    std::string name = std::string("MatchesTwin/") + vek::level_name(level.level);
-    testing::RegisterTest(suite, name.c_str(), nullptr, nullptr, __FILE__, __LINE__, [=]() -> testing::Test* {
-      return new FunctionTest([=] {
-        if (!vek::cpu_has(level.level)) GTEST_SKIP() << "CPU lacks " << vek::level_name(level.level);
-        expect_level_matches_twin(vek::level_name(level.level), level.table, twin, make);
-      });
+    add(std::string("MatchesTwin/") + vek::level_name(level.level), [=] {
+      if (!vek::cpu_has(level.level)) GTEST_SKIP() << "CPU lacks " << vek::level_name(level.level);
+      expect_level_matches_twin(vek::level_name(level.level), level.table, twin, make);
     });
   }
+  add("BestIsTheFirstLevelTheCpuRuns", [&kernels] {
+    auto first = std::find_if(kernels.levels().begin(), kernels.levels().end(), [](auto& l) { return vek::cpu_has(l.level); });
+    ASSERT_NE(first, kernels.levels().end());
+    EXPECT_EQ(std::memcmp(&kernels.best(), &first->table, sizeof(Table)), 0) << vek::level_name(first->level);
+  });
   return true;
 }
 
-// The generator of a kernel that works in place on n random bytes.
+// The maker of a kernel that works in place on n random bytes.
 template <class Table>
-Generator<Table> in_place(void (*Table::*kernel)(uint8_t*, size_t) noexcept) {
-  return [kernel](size_t n, Random& random) {
-    return Call<Table>{{{random.bytes(n)}}, [=](const Table& t, uint8_t* const* p) { return (t.*kernel)(p[0], n), uint64_t{0}; }};
-  };
+Maker<Table> in_place(void (*Table::*kernel)(uint8_t*, size_t) noexcept) {
+  return [kernel](size_t n, Random& random) { return Call<Table>({{random.bytes(n)}}, [=](auto& t, auto p) { (t.*kernel)(p[0], n); }); };
 }
 }  // namespace kernel_test
