@@ -78,7 +78,7 @@ void Tour::dump(const char* label, REALmemoryBlock block) {
 Result Tour::show(const char* label, Result result) {
   const caller::Value& value = result.value;
   switch (value.kind) {
-    case caller::Kind::Boolean: line(label, truth(value.i != 0)); return result;
+    case caller::Kind::Boolean: line(label, value.i != 0 ? "True" : "False"); return result;
     case caller::Kind::UInt64: line(label, address(value.u)); return result;
     case caller::Kind::MemoryBlock:
       host_.adopt(value.p);

@@ -74,7 +74,6 @@ class Tour {
 // Bytes in hex, a space between; an address in hex after "0x".
 std::string hex(const uint8_t* bytes, size_t count);
 std::string address(uint64_t value);
-inline std::string truth(bool value) { return value ? "True" : "False"; }
 
 void tour_sub_blocks(Tour& tour);
 void tour_memory(Tour& tour);  // the MemoryBlockVEK class, global constructors, fill, invert, copies

@@ -38,8 +38,7 @@ void tour_bitops(Tour& tour) {
   tour.dump("src", src);
   tour.show("dst.CopyNthBytesVEK(src, 0, 0, 2, 4, 3)", tour.call("CopyNthBytesVEK", dst, src, 0, 0, 2, 4, 3));
   tour.dump("dst", dst);
-  tour.show("dst.CopyNthBytesVEK(src, 8, 0, 2, -4, 3)",
-            tour.call("CopyNthBytesVEK", dst, src, 8, 0, 2, -4, 3));
+  tour.show("dst.CopyNthBytesVEK(src, 8, 0, 2, -4, 3)", tour.call("CopyNthBytesVEK", dst, src, 8, 0, 2, -4, 3));
   tour.dump("dst", dst);
   REALmemoryBlock bit_src = tour.block({0x12, 0x34, 0xAB, 0xCD});
   REALmemoryBlock bit_dst = tour.block(3, 0xFF);
@@ -47,8 +46,7 @@ void tour_bitops(Tour& tour) {
   tour.show("bitDst.CopyNthBitsVEK(bitSrc, 3, 0, 4, 2, 3)",
             tour.call("CopyNthBitsVEK", bit_dst, bit_src, 3, 0, 4, 2, 3));
   tour.dump("bitDst", bit_dst);
-  tour.show("bitDst.CopyNthBitsVEK(nil, 0, 0, 1, 0, 1)",
-            tour.call("CopyNthBitsVEK", bit_dst, nullptr, 0, 0, 1, 0, 1));
+  tour.show("bitDst.CopyNthBitsVEK(nil, 0, 0, 1, 0, 1)", tour.call("CopyNthBitsVEK", bit_dst, nullptr, 0, 0, 1, 0, 1));
   tour.raised();
   REALmemoryBlock pattern = tour.block({0xA5, 0x01, 0x00, 0x80});
   REALmemoryBlock wide = tour.block(32, 0xEE);
