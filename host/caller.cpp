@@ -12,6 +12,11 @@
 #include "host/loaded_plugin.h"
 
 namespace caller {
+
+bool same_name(std::string_view a, std::string_view b) {
+  return std::ranges::equal(a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+}
+
 namespace {
 
 // The Integers that carry an address (intptr_t), by method and parameter:
@@ -29,10 +34,6 @@ constexpr std::pair<std::string_view, Kind> kDeclaredTypes[] = {
     {"string", Kind::String},     {"memoryblock", Kind::MemoryBlock},
     {"folderitem", Kind::FolderItem}, {"object", Kind::Object},
 };
-
-bool same_text(std::string_view a, std::string_view b) {
-  return std::ranges::equal(a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
-}
 
 std::string_view trimmed(std::string_view text) {
   size_t first = text.find_first_not_of(" \t");
@@ -58,10 +59,10 @@ std::vector<std::string_view> words(std::string_view text) {
 void add_parameter(Signature& signature, std::string_view parameter, bool first, bool last,
                    std::string_view declaration) {
   std::vector<std::string_view> w = words(parameter.substr(0, parameter.find('=')));
-  bool extends = !w.empty() && same_text(w[0], "extends");
-  bool assigns = !w.empty() && same_text(w[0], "assigns");
+  bool extends = !w.empty() && same_name(w[0], "extends");
+  bool assigns = !w.empty() && same_name(w[0], "assigns");
   if (extends || assigns) w.erase(w.begin());
-  if (w.size() != 3 || !same_text(w[1], "as")) refuse(declaration, "parameter \"" + std::string(trimmed(parameter)) + "\" is not \"name as Type\"");
+  if (w.size() != 3 || !same_name(w[1], "as")) refuse(declaration, "parameter \"" + std::string(trimmed(parameter)) + "\" is not \"name as Type\"");
   if (extends && !first) refuse(declaration, "\"extends\" on a parameter other than the first");
   if (assigns && !last) refuse(declaration, "\"assigns\" on a parameter other than the last");
   signature.receiver |= extends;
@@ -69,7 +70,7 @@ void add_parameter(Signature& signature, std::string_view parameter, bool first,
 
   Kind kind = kind_of_type(w[2], declaration);
   for (auto [method, name] : kAddressIntegers) {
-    if (kind == Kind::Integer && same_text(signature.name, method) && same_text(w[0], name)) kind = Kind::Address;
+    if (kind == Kind::Integer && same_name(signature.name, method) && same_name(w[0], name)) kind = Kind::Address;
   }
   signature.args.push_back(kind);
 }
@@ -249,7 +250,7 @@ const char* kind_name(Kind kind) {
 
 Kind kind_of_type(std::string_view type, std::string_view declaration) {
   for (auto [name, kind] : kDeclaredTypes) {
-    if (same_text(type, name)) return kind;
+    if (same_name(type, name)) return kind;
   }
   refuse(declaration, "unknown type \"" + std::string(type) + "\"");
 }
@@ -278,7 +279,7 @@ Signature parse_declaration(std::string_view text) {
   }
   if (!rest.empty()) {
     std::vector<std::string_view> w = words(rest);
-    if (w.size() != 2 || !same_text(w[0], "as")) refuse(text, "\"" + std::string(rest) + "\" is not \"as Type\"");
+    if (w.size() != 2 || !same_name(w[0], "as")) refuse(text, "\"" + std::string(rest) + "\" is not \"as Type\"");
     signature.result = kind_of_type(w[1], text);
   }
   return signature;
@@ -340,7 +341,7 @@ const Registered& find_call(std::span<const Registered> calls, std::string_view 
 
 const Registered* find_named(std::span<const Registered> calls, std::string_view name, Role role, size_t arity) {
   for (const Registered& registered : calls) {
-    if (registered.role == role && same_text(registered.signature.name, name) &&
+    if (registered.role == role && same_name(registered.signature.name, name) &&
         (arity == 0 || registered.signature.args.size() == arity)) {
       return &registered;
     }

@@ -114,6 +114,9 @@ std::vector<Registered> registered_calls(const Registry& registry);
 // throws std::invalid_argument when nothing of that role is registered.
 const Registered& find_call(std::span<const Registered> calls, std::string_view key, Role role = Role::Method);
 
+// Names and declared words compare in any case.
+bool same_name(std::string_view a, std::string_view b);
+
 // By name (any case) and role, as a program names a method; `arity`, the
 // number of arguments as called (receiver and value included), tells
 // overloads apart (0: the first of the name). Null when none is registered.

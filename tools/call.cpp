@@ -1,7 +1,5 @@
 #include "tools/call.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -275,10 +273,6 @@ std::vector<size_t> given_slots(const Registered& r) {
   return slots;
 }
 
-bool same_name(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && strncasecmp(a.c_str(), b.c_str(), a.size()) == 0;
-}
-
 std::string declarations(const std::vector<const Registered*>& candidates) {
   std::string text;
   for (const Registered* r : candidates) text += (text.empty() ? "" : " | ") + r->declaration;
@@ -294,7 +288,7 @@ Chosen choose(const std::vector<Registered>& calls, const Request& request, Sess
   bool assigning = request.assigned.has_value();
   std::vector<const Registered*> named, by_role, by_count;
   for (const Registered& r : calls) {
-    if (same_name(r.signature.name, request.method)) named.push_back(&r);
+    if (caller::same_name(r.signature.name, request.method)) named.push_back(&r);
   }
   if (named.empty()) fail("no method " + request.method + " is registered on a host of this version");
   for (const Registered* r : named) {
@@ -372,16 +366,6 @@ void dump(const Bytes& bytes, const Bytes* before) {
   }
 }
 
-std::string quoted(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    char escaped[8];
-    std::snprintf(escaped, sizeof escaped, c >= 0x20 && c < 0x7F && c != '"' && c != '\\' ? "%c" : "\\x%02X", c);
-    out += escaped;
-  }
-  return out + "\"";
-}
-
 void print_result(const Value& result, Session& session, SimHost& host) {
   char text[96];
   switch (result.kind) {
@@ -432,6 +416,16 @@ void print_result(const Value& result, Session& session, SimHost& host) {
   }
 }
 }  // namespace
+
+std::string quoted(const std::string& text) {
+  std::string out = "\"";
+  for (unsigned char c : text) {
+    char escaped[8];
+    std::snprintf(escaped, sizeof escaped, c >= 0x20 && c < 0x7F && c != '"' && c != '\\' ? "%c" : "\\x%02X", c);
+    out += escaped;
+  }
+  return out + "\"";
+}
 
 int call_command(std::span<char* const> words, const std::string& plugin_path) {
   Request request = parse_request(words, plugin_path);

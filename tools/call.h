@@ -10,3 +10,7 @@
 int call_command(std::span<char* const> args, const std::string& plugin);
 
 extern const char* const kCallUsage;
+
+// Text in double quotes, anything but printable ASCII (and the quote and the
+// backslash) as \xNN.
+std::string quoted(const std::string& text);

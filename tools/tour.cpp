@@ -3,6 +3,40 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "tools/call.h"
+
+namespace {
+std::string encoding_name(uint32_t encoding) {
+  switch (encoding) {
+    case 0x0000: return "Mac Roman";
+    case 0x0600: return "ASCII";
+    case 0xFFFF: return "no stated encoding";
+    case 0x08000100: return "UTF-8";
+    default: {
+      char code[16];
+      std::snprintf(code, sizeof code, "0x%X", encoding);
+      return code;
+    }
+  }
+}
+}  // namespace
+
+std::string hex(const uint8_t* bytes, size_t count) {
+  std::string text;
+  char byte[4];
+  for (size_t i = 0; i < count; ++i) {
+    std::snprintf(byte, sizeof byte, i == 0 ? "%02X" : " %02X", bytes[i]);
+    text += byte;
+  }
+  return text;
+}
+
+std::string address(uint64_t value) {
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+  return text;
+}
+
 Tour::~Tour() {
   for (const void* handle : owned_) host_.release(handle);
 }
@@ -38,20 +72,32 @@ void Tour::dump(const char* label, REALmemoryBlock block) {
   auto bytes = host_.bytes(block);
   char count[16];
   std::snprintf(count, sizeof count, "%3zu bytes:", bytes.size());
-  std::string text = count;
-  char hex[4];
-  for (uint8_t b : bytes) {
-    std::snprintf(hex, sizeof hex, " %02X", b);
-    text += hex;
-  }
-  line(label, text);
+  line(label, count + (bytes.empty() ? "" : " " + hex(bytes.data(), bytes.size())));
 }
 
-void Tour::show(const char* label, REALmemoryBlock result) {
-  host_.adopt(result);
-  if (result != nullptr) owned_.push_back(result);
-  dump(label, result);
+Result Tour::show(const char* label, Result result) {
+  const caller::Value& value = result.value;
+  switch (value.kind) {
+    case caller::Kind::Boolean: line(label, value.i != 0 ? "True" : "False"); return result;
+    case caller::Kind::UInt64: line(label, address(value.u)); return result;
+    case caller::Kind::MemoryBlock:
+      host_.adopt(value.p);
+      if (value.p != nullptr) owned_.push_back(value.p);
+      dump(label, result);
+      break;
+    case caller::Kind::String:
+      if (REALstring text = result; text == nullptr) {
+        line(label, "nil");
+      } else {
+        host_.adopt(text);
+        line(label, quoted(host_.text(text)) + " (" + encoding_name(host_.encoding(text)) + ")");
+        host_.release(text);
+      }
+      break;
+    default: line(label, std::to_string(value.i)); return result;
+  }
   raised();
+  return result;
 }
 
 void Tour::line(const char* label, const std::string& value) {

@@ -55,9 +55,10 @@ class Tour {
   REALmemoryBlock block(size_t size, uint8_t fill = 0);
   // One line: the label, then the block's bytes in hex (or "nil").
   void dump(const char* label, REALmemoryBlock block);
-  // A method's block result: taken over, dumped and given back at the end;
-  // then any exception the call raised.
-  void show(const char* label, REALmemoryBlock result);
+  // A method's result by its kind: a Boolean as True or False, an Integer in
+  // decimal, a UInt64 address in hex; a block or string is taken over and
+  // shown, then any exception the call raised. Gives the result back.
+  Result show(const char* label, Result result);
   // A method's plain result, or a note, in the same columns.
   void line(const char* label, const std::string& value);
   void raised();
@@ -69,6 +70,10 @@ class Tour {
   std::vector<caller::Registered> calls_;
   std::vector<const void*> owned_;
 };
+
+// Bytes in hex, a space between; an address in hex after "0x".
+std::string hex(const uint8_t* bytes, size_t count);
+std::string address(uint64_t value);
 
 void tour_sub_blocks(Tour& tour);
 void tour_memory(Tour& tour);  // the MemoryBlockVEK class, global constructors, fill, invert, copies

@@ -1,9 +1,5 @@
 #include "tools/tour.h"
 
-namespace {
-const char* boolean(bool value) { return value ? "True" : "False"; }
-}  // namespace
-
 void tour_bitops(Tour& tour) {
 
   tour.section("byte swapping");
@@ -40,27 +36,25 @@ void tour_bitops(Tour& tour) {
   REALmemoryBlock src = tour.block({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
   REALmemoryBlock dst = tour.block(8, 0xEE);
   tour.dump("src", src);
-  tour.line("dst.CopyNthBytesVEK(src, 0, 0, 2, 4, 3)", boolean(tour.call("CopyNthBytesVEK", dst, src, 0, 0, 2, 4, 3)));
+  tour.show("dst.CopyNthBytesVEK(src, 0, 0, 2, 4, 3)", tour.call("CopyNthBytesVEK", dst, src, 0, 0, 2, 4, 3));
   tour.dump("dst", dst);
-  tour.line("dst.CopyNthBytesVEK(src, 8, 0, 2, -4, 3)",
-            boolean(tour.call("CopyNthBytesVEK", dst, src, 8, 0, 2, -4, 3)));
+  tour.show("dst.CopyNthBytesVEK(src, 8, 0, 2, -4, 3)", tour.call("CopyNthBytesVEK", dst, src, 8, 0, 2, -4, 3));
   tour.dump("dst", dst);
   REALmemoryBlock bit_src = tour.block({0x12, 0x34, 0xAB, 0xCD});
   REALmemoryBlock bit_dst = tour.block(3, 0xFF);
   tour.dump("bitSrc", bit_src);
-  tour.line("bitDst.CopyNthBitsVEK(bitSrc, 3, 0, 4, 2, 3)",
-            boolean(tour.call("CopyNthBitsVEK", bit_dst, bit_src, 3, 0, 4, 2, 3)));
+  tour.show("bitDst.CopyNthBitsVEK(bitSrc, 3, 0, 4, 2, 3)",
+            tour.call("CopyNthBitsVEK", bit_dst, bit_src, 3, 0, 4, 2, 3));
   tour.dump("bitDst", bit_dst);
-  tour.line("bitDst.CopyNthBitsVEK(nil, 0, 0, 1, 0, 1)",
-            boolean(tour.call("CopyNthBitsVEK", bit_dst, nullptr, 0, 0, 1, 0, 1)));
+  tour.show("bitDst.CopyNthBitsVEK(nil, 0, 0, 1, 0, 1)", tour.call("CopyNthBitsVEK", bit_dst, nullptr, 0, 0, 1, 0, 1));
   tour.raised();
   REALmemoryBlock pattern = tour.block({0xA5, 0x01, 0x00, 0x80});
   REALmemoryBlock wide = tour.block(32, 0xEE);
   tour.dump("pattern", pattern);
-  tour.line("pattern.ExpandBitsVEK(wide, 4)", boolean(tour.call("ExpandBitsVEK", pattern, wide, 4, 0, 255)));
+  tour.show("pattern.ExpandBitsVEK(wide, 4)", tour.call("ExpandBitsVEK", pattern, wide, 4, 0, 255));
   tour.dump("wide", wide);
-  tour.line("pattern.ExpandBitsVEK(wide, 1, 16, 32)", boolean(tour.call("ExpandBitsVEK", pattern, wide, 1, 16, 32)));
+  tour.show("pattern.ExpandBitsVEK(wide, 1, 16, 32)", tour.call("ExpandBitsVEK", pattern, wide, 1, 16, 32));
   tour.dump("wide", wide);
-  tour.line("pattern.ExpandBitsVEK(nil, 4)", boolean(tour.call("ExpandBitsVEK", pattern, nullptr, 4, 0, 255)));
+  tour.show("pattern.ExpandBitsVEK(nil, 4)", tour.call("ExpandBitsVEK", pattern, nullptr, 4, 0, 255));
   tour.raised();
 }

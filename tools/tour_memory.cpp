@@ -1,49 +1,31 @@
-#include <cstdio>
 #include <cstring>
 
 #include "tools/tour.h"
 
 namespace {
-std::string hex(const uint8_t* bytes, size_t count) {
-  std::string text;
-  char byte[4];
-  for (size_t i = 0; i < count; ++i) {
-    std::snprintf(byte, sizeof byte, i == 0 ? "%02X" : " %02X", bytes[i]);
-    text += byte;
-  }
-  return text;
-}
-
 std::string number(long long value) { return std::to_string(value); }
-std::string truth(bool value) { return value ? "True" : "False"; }
-std::string address(uint64_t value) {
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
-  return text;
-}
 
 void tour_memory_class(Tour& tour) {
 
   tour.section("the MemoryBlockVEK class");
   REALobject m = tour.host().newInstance("MemoryBlockVEK");
-  tour.line("m.Create(16)", truth(tour.call("Create", m, 16)));
-  tour.line("m.Size", number(tour.get("Size", m)));
+  tour.show("m.Create(16)", tour.call("Create", m, 16));
+  tour.show("m.Size", tour.get("Size", m));
   auto* buffer = reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(tour.get("Address", m)));
   tour.line("m.Address", address(tour.get("Address", m)));
   tour.line("bytes at m.Address", hex(buffer, 16));
-  REALmemoryBlock view = tour.get("Memory", m);
-  tour.show("m.Memory", view);
+  REALmemoryBlock view = tour.show("m.Memory", tour.get("Memory", m));
   auto* viewed = static_cast<uint8_t*>(tour.host().bytes(view).data());
   tour.line("m.Memory is over", address(reinterpret_cast<uintptr_t>(viewed)));
   viewed[0] = 0x2A;
   tour.line("after m.Memory.Byte(0) = &h2A", hex(buffer, 4));
-  tour.line("m.Resize(4)", truth(tour.call("Resize", m, 4)));
-  tour.line("m.Size", number(tour.get("Size", m)));
-  tour.line("m.Create(2147483648)", truth(tour.call("Create", m, int64_t{1} << 31)));
+  tour.show("m.Resize(4)", tour.call("Resize", m, 4));
+  tour.show("m.Size", tour.get("Size", m));
+  tour.show("m.Create(2147483648)", tour.call("Create", m, int64_t{1} << 31));
   tour.line("m.Size, m.Address", number(tour.get("Size", m)) + ", " + address(tour.get("Address", m)));
-  tour.line("m.Resize(8)", truth(tour.call("Resize", m, 8)));
+  tour.show("m.Resize(8)", tour.call("Resize", m, 8));
   tour.call("Close", m);
-  tour.line("m.Close: m.Size", number(tour.get("Size", m)));
+  tour.show("m.Close: m.Size", tour.get("Size", m));
   tour.host().release(m);  // the host disposes of it, closing it again
 }
 
@@ -54,8 +36,8 @@ void tour_global_constructors(Tour& tour) {
   std::memcpy(p, "\x01\x02\x03\x04", 4);
   tour.line("bytes at p", hex(p, 4));
   tour.show("NewMemoryBlockWithBytesVEK(p, 4)", tour.call("NewMemoryBlockWithBytesVEK", p, 4));
-  REALmemoryBlock over = tour.call("NewMemoryBlockFromPtrVEK", reinterpret_cast<intptr_t>(p));
-  tour.show("NewMemoryBlockFromPtrVEK(p)", over);
+  REALmemoryBlock over =
+      tour.show("NewMemoryBlockFromPtrVEK(p)", tour.call("NewMemoryBlockFromPtrVEK", reinterpret_cast<intptr_t>(p)));
   static_cast<uint8_t*>(tour.host().bytes(over).data())[3] = 0x40;
   tour.line("after writing &h40 to its byte 3", "p: " + hex(p, 4));
   tour.show("NewMemoryBlockFromPtrVEK(0)", tour.call("NewMemoryBlockFromPtrVEK", 0));
@@ -68,8 +50,8 @@ void tour_size_fill_invert(Tour& tour) {
   tour.section("block size, fill and invert");
   REALmemoryBlock block = tour.block(10);
   tour.dump("block", block);
-  tour.line("block.BytesVEK", number(tour.get("BytesVEK", block)));
-  tour.line("nil.BytesVEK", number(tour.get("BytesVEK", nullptr)));
+  tour.show("block.BytesVEK", tour.get("BytesVEK", block));
+  tour.show("nil.BytesVEK", tour.get("BytesVEK", nullptr));
   tour.in_place("block.FillBytesVEK(2, 3, 65)", "FillBytesVEK", block, 2, 3, 65);
   tour.in_place("block.FillBytesVEK(8, 5, 511)", "FillBytesVEK", block, 8, 5, 511);
   tour.in_place("block.InvertBytesVEK(0, 8)", "InvertBytesVEK", block, 0, 8);
@@ -105,15 +87,14 @@ void tour_copies(Tour& tour) {
   tour.call("CopyBytesToMacHandleVEK", block, 7, 3, h);
   tour.line("block.CopyBytesToMacHandleVEK(7, 3, h)", "bytes of h: " + hex(p, 4));
   tour.in_place("block.CopyBytesFromMacHandleVEK(h, 4, 6)", "CopyBytesFromMacHandleVEK", block, h, 4, 6);
-  const uint64_t base = tour.call("AddressVEK", block, 0);
-  tour.line("block.AddressVEK(0)", address(base));
+  const uint64_t base = tour.show("block.AddressVEK(0)", tour.call("AddressVEK", block, 0));
   const uint64_t end = tour.call("AddressVEK", block, 10);
   tour.line("block.AddressVEK(10) - AddressVEK(0)", number(static_cast<long long>(end - base)));
-  tour.line("block.AddressVEK(11)", address(tour.call("AddressVEK", block, 11)));
+  tour.show("block.AddressVEK(11)", tour.call("AddressVEK", block, 11));
   void* pointer = tour.call("AddressPtrVEK", block, 4);
   tour.line("block.AddressPtrVEK(4) - AddressVEK(0)",
             number(static_cast<long long>(reinterpret_cast<uintptr_t>(pointer) - base)));
-  tour.line("nil.AddressVEK(5)", address(tour.call("AddressVEK", nullptr, 5)));
+  tour.show("nil.AddressVEK(5)", tour.call("AddressVEK", nullptr, 5));
   tour.raised();
 }
 }  // namespace

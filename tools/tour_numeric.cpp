@@ -1,8 +1,5 @@
-#include <cmath>
-#include <cstdio>
-#include <cstring>
+#include <algorithm>
 #include <limits>
-#include <string>
 
 #include "tools/tour.h"
 
@@ -10,15 +7,9 @@ namespace {
 // Raw memory for the Ptr arguments, shown like a block.
 uint8_t* raw(Tour& tour, const char* label, std::initializer_list<uint8_t> bytes) {
   uint8_t* data = tour.host().rawBuffer(bytes.size());
-  std::string text;
-  char hex[4];
-  for (uint8_t b : bytes) {
-    *data++ = b;
-    std::snprintf(hex, sizeof hex, " %02X", b);
-    text += hex;
-  }
-  tour.line(label, text);
-  return data - bytes.size();
+  std::copy(bytes.begin(), bytes.end(), data);
+  tour.line(label, " " + hex(data, bytes.size()));
+  return data;
 }
 }  // namespace
 
@@ -43,18 +34,17 @@ void tour_numeric(Tour& tour) {
   uint8_t* a = raw(tour, "a (Ptr)", {0x80, 0x7F, 0x00, 0xFF});
   uint8_t* b = raw(tour, "b (Ptr)", {0x7F, 0x80, 0x01, 0xFE});
   REALmemoryBlock out = tour.block(4, 0xEE);
-  auto result = [&](bool ok) { return std::string(ok ? "True" : "False"); };
-  tour.line("out.MinVEK(a, b)", result(tour.call("MinVEK", out, a, b, 8, 0, 0, 0)));
+  tour.show("out.MinVEK(a, b)", tour.call("MinVEK", out, a, b, 8, 0, 0, 0));
   tour.dump("out", out);
-  tour.line("out.MinVEK(a, b, 8, True)", result(tour.call("MinVEK", out, a, b, 8, 1, 0, 0)));
+  tour.show("out.MinVEK(a, b, 8, True)", tour.call("MinVEK", out, a, b, 8, 1, 0, 0));
   tour.dump("out", out);
-  tour.line("out.MaxVEK(a, b, 16)", result(tour.call("MaxVEK", out, a, b, 16, 0, 0, 0)));
+  tour.show("out.MaxVEK(a, b, 16)", tour.call("MaxVEK", out, a, b, 16, 0, 0, 0));
   tour.dump("out", out);
-  tour.line("out.MaxVEK(a, b, 32, True)", result(tour.call("MaxVEK", out, a, b, 32, 1, 0, 0)));
+  tour.show("out.MaxVEK(a, b, 32, True)", tour.call("MaxVEK", out, a, b, 32, 1, 0, 0));
   tour.dump("out", out);
-  tour.line("out.MinVEK(a, b, 12)", result(tour.call("MinVEK", out, a, b, 12, 0, 0, 0)));
-  tour.line("out.MaxVEK(a, b, 8, False, 2, 100)", result(tour.call("MaxVEK", out, a, b, 8, 0, 2, 100)));
+  tour.show("out.MinVEK(a, b, 12)", tour.call("MinVEK", out, a, b, 12, 0, 0, 0));
+  tour.show("out.MaxVEK(a, b, 8, False, 2, 100)", tour.call("MaxVEK", out, a, b, 8, 0, 2, 100));
   tour.dump("out", out);
-  tour.line("out.MinVEK(nil, b)", result(tour.call("MinVEK", out, nullptr, b, 8, 0, 0, 0)));
+  tour.show("out.MinVEK(nil, b)", tour.call("MinVEK", out, nullptr, b, 8, 0, 0, 0));
   tour.raised();
 }

@@ -1,57 +1,13 @@
 #include <array>
-#include <cstdio>
 #include <string>
 
+#include "tools/call.h"
 #include "tools/tour.h"
 
 namespace {
 using B = REALmemoryBlock;
 using S = REALstring;
 using F = REALfolderItem;
-
-std::string encoding_name(uint32_t encoding) {
-  switch (encoding) {
-    case 0x0000: return "Mac Roman";
-    case 0x0600: return "ASCII";
-    case 0xFFFF: return "no stated encoding";
-    case 0x08000100: return "UTF-8";
-    default: {
-      char code[16];
-      std::snprintf(code, sizeof code, "0x%X", encoding);
-      return code;
-    }
-  }
-}
-
-// A string as text in quotes, bytes outside printable ASCII as \xNN.
-std::string quoted(const std::string& bytes) {
-  std::string text = "\"";
-  for (unsigned char c : bytes) {
-    if (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') {
-      text += static_cast<char>(c);
-    } else {
-      char escape[8];
-      std::snprintf(escape, sizeof escape, "\\x%02X", c);
-      text += escape;
-    }
-  }
-  return text + "\"";
-}
-
-// A method's string result, taken over, shown and given back.
-void show_string(Tour& tour, const char* label, S result) {
-  if (result == nullptr) {
-    tour.line(label, "nil");
-  } else {
-    tour.host().adopt(result);
-    tour.line(label, quoted(tour.host().text(result)) + " (" + encoding_name(tour.host().encoding(result)) + ")");
-    tour.host().release(result);
-  }
-  tour.raised();
-}
-
-void show_number(Tour& tour, const char* label, int64_t value) { tour.line(label, std::to_string(value)); }
-void show_truth(Tour& tour, const char* label, bool value) { tour.line(label, value ? "True" : "False"); }
 
 void tour_search(Tour& tour) {
 
@@ -60,25 +16,25 @@ void tour_search(Tour& tour) {
   B t = tour.block({7, 1, 2});
   tour.dump("b", b);
   tour.dump("t", t);
-  show_truth(tour, "b.BytesEqualVEK(3, 2, b, 6)", tour.call("BytesEqualVEK", b, 3, 2, b, 6));
-  show_truth(tour, "b.BytesEqualVEK(2, 4, b, 5)", tour.call("BytesEqualVEK", b, 2, 4, b, 5));
-  show_truth(tour, "b.BytesZeroVEK(0, 2)", tour.call("BytesZeroVEK", b, 0, 2));
-  show_truth(tour, "b.BytesZeroVEK(0, 3)", tour.call("BytesZeroVEK", b, 0, 3));
-  show_number(tour, "b.FindByteVEK(3, 5, 7)", tour.call("FindByteVEK", b, 3, 5, 7));
-  show_number(tour, "b.FindByteVEK(0, 8, 263)", tour.call("FindByteVEK", b, 0, 8, 263));
-  show_number(tour, "b.FindByteVEK(0, 8, 9)", tour.call("FindByteVEK", b, 0, 8, 9));
-  show_number(tour, "b.FindNotByteVEK(0, 8, 0)", tour.call("FindNotByteVEK", b, 0, 8, 0));
-  show_number(tour, "b.FindBytesVEK(0, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 0, 0, t, 0, 0));
-  show_number(tour, "b.FindBytesVEK(3, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 3, 0, t, 0, 0));
-  show_number(tour, "b.FindBytesVEK(0, 4, t, 0, 0)", tour.call("FindBytesVEK", b, 0, 4, t, 0, 0));
-  show_number(tour, "b.FindBytesVEK(0, 0, t, 1, 0)", tour.call("FindBytesVEK", b, 0, 0, t, 1, 0));
-  show_number(tour, "b.FindBytesVEK(8, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 8, 0, t, 0, 0));
+  tour.show("b.BytesEqualVEK(3, 2, b, 6)", tour.call("BytesEqualVEK", b, 3, 2, b, 6));
+  tour.show("b.BytesEqualVEK(2, 4, b, 5)", tour.call("BytesEqualVEK", b, 2, 4, b, 5));
+  tour.show("b.BytesZeroVEK(0, 2)", tour.call("BytesZeroVEK", b, 0, 2));
+  tour.show("b.BytesZeroVEK(0, 3)", tour.call("BytesZeroVEK", b, 0, 3));
+  tour.show("b.FindByteVEK(3, 5, 7)", tour.call("FindByteVEK", b, 3, 5, 7));
+  tour.show("b.FindByteVEK(0, 8, 263)", tour.call("FindByteVEK", b, 0, 8, 263));
+  tour.show("b.FindByteVEK(0, 8, 9)", tour.call("FindByteVEK", b, 0, 8, 9));
+  tour.show("b.FindNotByteVEK(0, 8, 0)", tour.call("FindNotByteVEK", b, 0, 8, 0));
+  tour.show("b.FindBytesVEK(0, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 0, 0, t, 0, 0));
+  tour.show("b.FindBytesVEK(3, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 3, 0, t, 0, 0));
+  tour.show("b.FindBytesVEK(0, 4, t, 0, 0)", tour.call("FindBytesVEK", b, 0, 4, t, 0, 0));
+  tour.show("b.FindBytesVEK(0, 0, t, 1, 0)", tour.call("FindBytesVEK", b, 0, 0, t, 1, 0));
+  tour.show("b.FindBytesVEK(8, 0, t, 0, 0)", tour.call("FindBytesVEK", b, 8, 0, t, 0, 0));
   S seven_one = tour.host().newString("\x07\x01", 0x600);
   tour.line("s", quoted("\x07\x01") + " (ASCII)");
-  show_number(tour, "b.FindStringVEK(0, 0, s)", tour.call("FindStringVEK", b, 0, 0, seven_one));
+  tour.show("b.FindStringVEK(0, 0, s)", tour.call("FindStringVEK", b, 0, 0, seven_one));
   tour.host().release(seven_one);
-  show_number(tour, "b.FindStringVEK(0, 0, nil)", tour.call("FindStringVEK", b, 0, 0, nullptr));
-  show_number(tour, "nil.FindByteVEK(0, 8, 7)", tour.call("FindByteVEK", nullptr, 0, 8, 7));
+  tour.show("b.FindStringVEK(0, 0, nil)", tour.call("FindStringVEK", b, 0, 0, nullptr));
+  tour.show("nil.FindByteVEK(0, 8, 7)", tour.call("FindByteVEK", nullptr, 0, 8, 7));
   tour.raised();
 }
 
@@ -91,9 +47,9 @@ void tour_fields(Tour& tour) {
   S abcdef = host.newString("abcdef", 0x600);
   tour.in_place("b.SetStringVEK(\"abc\", 2)", "SetStringVEK", b, abc, 2);
   tour.in_place("b.SetStringVEK(\"abcdef\", 7)", "SetStringVEK", b, abcdef, 7);
-  show_string(tour, "b.GetStringVEK(2, 3)", tour.call("GetStringVEK", b, 2, 3));
-  show_string(tour, "b.GetStringVEK(8, 100)", tour.call("GetStringVEK", b, 8, 100));
-  show_string(tour, "b.GetStringVEK(10, 5)", tour.call("GetStringVEK", b, 10, 5));
+  tour.show("b.GetStringVEK(2, 3)", tour.call("GetStringVEK", b, 2, 3));
+  tour.show("b.GetStringVEK(8, 100)", tour.call("GetStringVEK", b, 8, 100));
+  tour.show("b.GetStringVEK(10, 5)", tour.call("GetStringVEK", b, 10, 5));
   host.release(abc);
   host.release(abcdef);
 
@@ -111,7 +67,7 @@ void tour_fields(Tour& tour) {
     tour.set("OSTypeVEK", code, offset, assigned);
     const std::string call = "b.OSTypeVEK(" + std::to_string(offset) + ")";
     tour.dump((call + " = " + label).c_str(), code);
-    show_string(tour, call.c_str(), tour.call("OSTypeVEK", code, offset));
+    tour.show(call.c_str(), tour.call("OSTypeVEK", code, offset));
   }
   host.release(text);
   host.release(ab);
@@ -131,7 +87,7 @@ void tour_fields(Tour& tour) {
   F none = tour.call("FSSpecVEK", short_spec, 0);
   tour.line("(69 bytes).FSSpecVEK(0)", none != nullptr ? "a FolderItem" : "nil");
   host.release(item);
-  show_string(tour, "nil.GetStringVEK(0, 4)", tour.call("GetStringVEK", nullptr, 0, 4));
+  tour.show("nil.GetStringVEK(0, 4)", tour.call("GetStringVEK", nullptr, 0, 4));
 }
 }  // namespace
 

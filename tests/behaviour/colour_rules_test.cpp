@@ -17,97 +17,59 @@ constexpr const char* kCmyk =
 
 // -- _Calc3te -----------------------------------------------------------------
 
-struct ReplaceCase {
-  const char* name;
-  int32_t source[4];
-  int32_t dest[4];
-  double tolerance;
-  Bytes block, expected;
-};
-
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-const ReplaceCase kReplaceCases[] = {
-    {"bands 180..220, 90..110, 45..55, 0..0", {200, 100, 50, 0}, {1, 2, 3, 4}, 0.1,
-     {180, 110, 45, 0, 179, 100, 50, 0, 200, 100, 50, 1, 220, 90, 55, 0},
+const InPlaceCase kReplaceCases[] = {
+    {"bands 180..220, 90..110, 45..55, 0..0", kCalc3te,
+     {180, 110, 45, 0, 179, 100, 50, 0, 200, 100, 50, 1, 220, 90, 55, 0}, {200, 100, 50, 0, 1, 2, 3, 4, 0.1, 0, 0},
      {1, 2, 3, 4, 179, 100, 50, 0, 200, 100, 50, 1, 1, 2, 3, 4}},
-    {"truncation narrows the top and widens the bottom: 3 gives 2..3", {3, 3, 3, 3}, {9, 9, 9, 9}, 0.1,
-     {2, 2, 2, 2, 4, 3, 3, 3, 3, 3, 3, 3}, {9, 9, 9, 9, 4, 3, 3, 3, 9, 9, 9, 9}},
-    {"tolerance 0 replaces exact matches only", {10, 20, 30, 40}, {0, 0, 0, 0}, 0.0,
-     {10, 20, 30, 40, 10, 20, 30, 41, 11, 20, 30, 40}, {0, 0, 0, 0, 10, 20, 30, 41, 11, 20, 30, 40}},
-    {"negative tolerance leaves every band empty", {10, 20, 30, 40}, {0, 0, 0, 0}, -0.5,
-     {10, 20, 30, 40, 5, 10, 15, 20}, {10, 20, 30, 40, 5, 10, 15, 20}},
-    {"negative tolerance still matches all-zero", {0, 0, 0, 0}, {7, 7, 7, 7}, -0.5,
-     {0, 0, 0, 0, 1, 0, 0, 0}, {7, 7, 7, 7, 1, 0, 0, 0}},
-    {"destinations keep their low 8 bits", {5, 5, 5, 5}, {256, -1, 0x1234, -256}, 0.0, {5, 5, 5, 5}, {0, 255, 0x34, 0}},
+    {"truncation narrows the top and widens the bottom: 3 gives 2..3", kCalc3te, {2, 2, 2, 2, 4, 3, 3, 3, 3, 3, 3, 3},
+     {3, 3, 3, 3, 9, 9, 9, 9, 0.1, 0, 0}, {9, 9, 9, 9, 4, 3, 3, 3, 9, 9, 9, 9}},
+    {"tolerance 0 replaces exact matches only", kCalc3te, {10, 20, 30, 40, 10, 20, 30, 41, 11, 20, 30, 40},
+     {10, 20, 30, 40, 0, 0, 0, 0, 0.0, 0, 0}, {0, 0, 0, 0, 10, 20, 30, 41, 11, 20, 30, 40}},
+    {"negative tolerance leaves every band empty", kCalc3te, {10, 20, 30, 40, 5, 10, 15, 20},
+     {10, 20, 30, 40, 0, 0, 0, 0, -0.5, 0, 0}, {10, 20, 30, 40, 5, 10, 15, 20}},
+    {"negative tolerance still matches all-zero", kCalc3te, {0, 0, 0, 0, 1, 0, 0, 0},
+     {0, 0, 0, 0, 7, 7, 7, 7, -0.5, 0, 0}, {7, 7, 7, 7, 1, 0, 0, 0}},
+    {"destinations keep their low 8 bits", kCalc3te, {5, 5, 5, 5}, {5, 5, 5, 5, 256, -1, 0x1234, -256, 0.0, 0, 0},
+     {0, 255, 0x34, 0}},
     // Bounds truncated toward zero to 32 bits; a product past the range gives
     // -2147483648, so an upper bound past it matches nothing.
-    {"upper bound just inside 32 bits", {2, 0, 0, 0}, {1, 1, 1, 1}, 1e9,
-     {0, 0, 0, 0, 255, 0, 0, 0}, {1, 1, 1, 1, 1, 1, 1, 1}},
-    {"upper bound past 32 bits", {2, 0, 0, 0}, {1, 1, 1, 1}, 2e9,
-     {0, 0, 0, 0, 255, 0, 0, 0}, {0, 0, 0, 0, 255, 0, 0, 0}},
-    {"NaN tolerance matches nothing", {0, 0, 0, 0}, {1, 1, 1, 1}, kNaN, {0, 0, 0, 0}, {0, 0, 0, 0}},
+    {"upper bound just inside 32 bits", kCalc3te, {0, 0, 0, 0, 255, 0, 0, 0}, {2, 0, 0, 0, 1, 1, 1, 1, 1e9, 0, 0},
+     {1, 1, 1, 1, 1, 1, 1, 1}},
+    {"upper bound past 32 bits", kCalc3te, {0, 0, 0, 0, 255, 0, 0, 0}, {2, 0, 0, 0, 1, 1, 1, 1, 2e9, 0, 0},
+     {0, 0, 0, 0, 255, 0, 0, 0}},
+    {"NaN tolerance matches nothing", kCalc3te, {0, 0, 0, 0}, {0, 0, 0, 0, 1, 1, 1, 1, kNaN, 0, 0}, {0, 0, 0, 0}},
 };
 
 class ColourRules : public PluginTest {
  protected:
-  void replace(REALmemoryBlock block, const int32_t (&source)[4], const int32_t (&dest)[4], double tolerance,
-               int32_t offset, int32_t length) {
-    call(kCalc3te, block, source[0], source[1], source[2], source[3], dest[0], dest[1], dest[2], dest[3], tolerance,
-         offset, length);
-  }
   // Each method turns an all-zero pixel's fourth byte to 255: the
   // complements with WithSum0 false, _Calc3te by replacing 0, 0, 0, 0.
   void mark(const char* declaration, REALmemoryBlock block, int32_t offset, int32_t length) {
-    if (declaration == kCalc3te) replace(block, {0, 0, 0, 0}, {0, 0, 0, 255}, 0.0, offset, length);
+    if (declaration == kCalc3te) call(kCalc3te, block, 0, 0, 0, 0, 0, 0, 0, 255, 0.0, offset, length);
     else call(declaration, block, 255, offset, length, false);
   }
 };
 
-TEST_P(ColourRules, ReplaceColour) {
-  for (const ReplaceCase& c : kReplaceCases) {
-    SCOPED_TRACE(c.name);
-    REALmemoryBlock block = this->block(c.block);
-    replace(block, c.source, c.dest, c.tolerance, 0, 0);
-    EXPECT_EQ(bytes(block), c.expected);
-    EXPECT_NOTHING_RAISED(host());
-  }
-  EXPECT_BALANCED(host());
-}
+TEST_P(ColourRules, ReplaceColour) { expect_in_place(kReplaceCases); }
 
 // -- _Calc2teCMY, _Calc2teCMYK ---------------------------------------------------
 
-struct ComplementCase {
-  const char* name;
-  const char* declaration;
-  int32_t byte_max;
-  bool with_sum0;
-  Bytes block, expected;
+const InPlaceCase kComplementCases[] = {
+    {"CMY defaults", kCmy, {10, 20, 30, 99, 100, 100, 100, 99, 0, 0, 0, 99}, {255, 0, 0, true},
+     {10, 20, 30, 195, 100, 100, 100, 0, 0, 0, 0, 0}},
+    {"CMY an empty pixel without WithSum0", kCmy, {0, 0, 0, 99}, {255, 0, 0, false}, {0, 0, 0, 255}},
+    {"CMY budget 600", kCmy, {0, 0, 10, 1, 200, 200, 190, 1}, {600, 0, 0, true}, {0, 0, 10, 255, 200, 200, 190, 10}},
+    {"CMY ignores the fourth byte", kCmy, {10, 20, 30, 255}, {255, 0, 0, true}, {10, 20, 30, 195}},
+    {"CMYK defaults", kCmyk, {10, 20, 30, 40, 0, 0, 0, 0}, {255, 0, 0, true}, {10, 20, 30, 155, 0, 0, 0, 0}},
+    {"CMYK an empty pixel without WithSum0", kCmyk, {0, 0, 0, 0}, {255, 0, 0, false}, {0, 0, 0, 255}},
+    {"CMYK sum past the budget", kCmyk, {100, 100, 50, 10}, {255, 0, 0, true}, {100, 100, 50, 0}},
+    {"CMYK negative budget", kCmyk, {0, 0, 0, 9, 1, 2, 3, 9}, {-5, 0, 0, false}, {0, 0, 0, 0, 1, 2, 3, 0}},
+    {"CMYK largest budget", kCmyk, {255, 255, 255, 255}, {INT32_MAX, 0, 0, true}, {255, 255, 255, 255}},
 };
 
-const ComplementCase kComplementCases[] = {
-    {"CMY defaults", kCmy, 255, true,
-     {10, 20, 30, 99, 100, 100, 100, 99, 0, 0, 0, 99}, {10, 20, 30, 195, 100, 100, 100, 0, 0, 0, 0, 0}},
-    {"CMY an empty pixel without WithSum0", kCmy, 255, false, {0, 0, 0, 99}, {0, 0, 0, 255}},
-    {"CMY budget 600", kCmy, 600, true, {0, 0, 10, 1, 200, 200, 190, 1}, {0, 0, 10, 255, 200, 200, 190, 10}},
-    {"CMY ignores the fourth byte", kCmy, 255, true, {10, 20, 30, 255}, {10, 20, 30, 195}},
-    {"CMYK defaults", kCmyk, 255, true, {10, 20, 30, 40, 0, 0, 0, 0}, {10, 20, 30, 155, 0, 0, 0, 0}},
-    {"CMYK an empty pixel without WithSum0", kCmyk, 255, false, {0, 0, 0, 0}, {0, 0, 0, 255}},
-    {"CMYK sum past the budget", kCmyk, 255, true, {100, 100, 50, 10}, {100, 100, 50, 0}},
-    {"CMYK negative budget", kCmyk, -5, false, {0, 0, 0, 9, 1, 2, 3, 9}, {0, 0, 0, 0, 1, 2, 3, 0}},
-    {"CMYK largest budget", kCmyk, INT32_MAX, true, {255, 255, 255, 255}, {255, 255, 255, 255}},
-};
-
-TEST_P(ColourRules, ChannelSumComplement) {
-  for (const ComplementCase& c : kComplementCases) {
-    SCOPED_TRACE(c.name);
-    REALmemoryBlock block = this->block(c.block);
-    call(c.declaration, block, c.byte_max, 0, 0, c.with_sum0);
-    EXPECT_EQ(bytes(block), c.expected);
-    EXPECT_NOTHING_RAISED(host());
-  }
-  EXPECT_BALANCED(host());
-}
+TEST_P(ColourRules, ChannelSumComplement) { expect_in_place(kComplementCases); }
 
 // -- the range and the refusals, shared by all three ----------------------------
 

@@ -19,39 +19,25 @@ Bytes join(const Bytes& a, const Bytes& b) {
 
 // Every sample against a reading bit by bit is the kernel tests' part; here
 // the reference's example, a second group and the range.
-const struct {
-  const char* name;
-  Bytes block;
-  int32_t width;
-  Bytes expected;
-  Storage storage = Storage::Block;
-} kCases[] = {
-    {"one group", kGroup, 1, kGroupConverted},
-    {"width 0 changes nothing", kGroup, 0, kGroup},
-    {"negative width changes nothing", kGroup, -1, kGroup},
-    {"first of two groups only", kTwoGroups, 1, join(kGroupConverted, Bytes(kTwoGroups.begin() + 9, kTwoGroups.end()))},
-    {"both groups", kTwoGroups, 2, kTwoConverted},
+const InPlaceCase kCases[] = {
+    {"one group", kConvert, kGroup, {1}, kGroupConverted},
+    {"width 0 changes nothing", kConvert, kGroup, {0}, kGroup},
+    {"negative width changes nothing", kConvert, kGroup, {-1}, kGroup},
+    {"first of two groups only", kConvert, kTwoGroups, {1},
+     join(kGroupConverted, Bytes(kTwoGroups.begin() + 9, kTwoGroups.end()))},
+    {"both groups", kConvert, kTwoGroups, {2}, kTwoConverted},
     // Only whole groups inside the block are converted.
-    {"width past the end", join(kTwoGroups, {1, 2}), 5, join(kTwoConverted, {1, 2})},
-    {"widest width", kGroup, INT32_MAX, kGroupConverted},
-    {"no whole group", Bytes(kGroup.begin(), kGroup.end() - 1), 1, Bytes(kGroup.begin(), kGroup.end() - 1)},
+    {"width past the end", kConvert, join(kTwoGroups, {1, 2}), {5}, join(kTwoConverted, {1, 2})},
+    {"widest width", kConvert, kGroup, {INT32_MAX}, kGroupConverted},
+    {"no whole group", kConvert, Bytes(kGroup.begin(), kGroup.end() - 1), {1}, Bytes(kGroup.begin(), kGroup.end() - 1)},
     // A block over a raw address reports size 0: the caller's Width is trusted.
-    {"raw address", kTwoGroups, 2, kTwoConverted, Storage::RawAddress},
-    {"no data", kGroup, 1, kGroup, Storage::NoData},
+    {"raw address", kConvert, kTwoGroups, {2}, kTwoConverted, Storage::RawAddress},
+    {"no data", kConvert, kGroup, {1}, kGroup, Storage::NoData},
 };
 
 class Rgb12 : public PluginTest {};
 
-TEST_P(Rgb12, Cases) {
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.name);
-    REALmemoryBlock block = this->block(c.block, c.storage);
-    call(kConvert, block, c.width);
-    EXPECT_EQ(bytes(block), c.expected);
-    EXPECT_NOTHING_RAISED(host());
-  }
-  EXPECT_BALANCED(host());
-}
+TEST_P(Rgb12, Cases) { expect_in_place(kCases); }
 
 INSTANTIATE_ON_EVERY_HOST(Rgb12);
 }  // namespace

@@ -27,32 +27,21 @@ TEST_P(SizeFillInvert, BytesVEK) {
   EXPECT_EQ(bytes_vek(negative), -5);
 }
 
-struct FillCase {
-  const char* name;
-  int32_t offset, count, value;
-  Bytes expected;  // from ten zero bytes
+const Bytes kTen(10);  // the block each fill starts from
+
+const InPlaceCase kFillCases[] = {
+    {"inside", kFill, kTen, {2, 3, 65}, {0, 0, 65, 65, 65, 0, 0, 0, 0, 0}},
+    {"count 0 is the whole block", kFill, kTen, {0, 0, 7}, Bytes(10, 7)},
+    {"negative count is the whole block", kFill, kTen, {0, -1, 7}, Bytes(10, 7)},
+    {"count 0 from an offset: to the end", kFill, kTen, {7, 0, 3}, {0, 0, 0, 0, 0, 0, 0, 3, 3, 3}},
+    {"low 8 bits of the value", kFill, kTen, {0, 10, 511}, Bytes(10, 255)},
+    {"negative offset", kFill, kTen, {-1, 3, 1}, Bytes(10, 0)},
+    {"run past the end is cut back", kFill, kTen, {8, 5, 9}, {0, 0, 0, 0, 0, 0, 0, 0, 9, 9}},
+    {"huge count is cut back", kFill, kTen, {5, kMax, 9}, {0, 0, 0, 0, 0, 9, 9, 9, 9, 9}},
+    {"offset at the end", kFill, kTen, {10, 1, 1}, Bytes(10, 0)},
 };
 
-const FillCase kFillCases[] = {
-    {"inside", 2, 3, 65, {0, 0, 65, 65, 65, 0, 0, 0, 0, 0}},
-    {"count 0 is the whole block", 0, 0, 7, Bytes(10, 7)},
-    {"negative count is the whole block", 0, -1, 7, Bytes(10, 7)},
-    {"count 0 from an offset: to the end", 7, 0, 3, {0, 0, 0, 0, 0, 0, 0, 3, 3, 3}},
-    {"low 8 bits of the value", 0, 10, 511, Bytes(10, 255)},
-    {"negative offset", -1, 3, 1, Bytes(10, 0)},
-    {"run past the end is cut back", 8, 5, 9, {0, 0, 0, 0, 0, 0, 0, 0, 9, 9}},
-    {"huge count is cut back", 5, kMax, 9, {0, 0, 0, 0, 0, 9, 9, 9, 9, 9}},
-    {"offset at the end", 10, 1, 1, Bytes(10, 0)},
-};
-
-TEST_P(SizeFillInvert, Fill) {
-  for (const FillCase& c : kFillCases) {
-    SCOPED_TRACE(c.name);
-    REALmemoryBlock block = host().newBlock(10);
-    call(kFill, block, c.offset, c.count, c.value);
-    EXPECT_EQ(bytes(block), c.expected);
-  }
-}
+TEST_P(SizeFillInvert, Fill) { expect_in_place(kFillCases); }
 
 const Bytes kMixed = {0x00, 0x01, 0x0F, 0x10, 0x55, 0xAA, 0x7F, 0x80, 0xF0, 0xFF};
 

@@ -31,6 +31,24 @@ caller::Value PluginTest::call_as(caller::Role role, std::string_view declaratio
   return caller::call(caller::find_call(calls_, declaration, role), args);
 }
 
+void PluginTest::expect_in_place(std::span<const InPlaceCase> cases, bool undoes_itself) {
+  for (const InPlaceCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    REALmemoryBlock b = block(c.block, c.storage);
+    std::vector<caller::Arg> args{b};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const caller::Registered& method = caller::find_call(calls_, c.declaration);
+    caller::call(method, args);
+    EXPECT_EQ(bytes(b), c.expected);
+    if (undoes_itself) {
+      caller::call(method, args);
+      EXPECT_EQ(bytes(b), c.block);
+    }
+    EXPECT_NOTHING_RAISED(*host_);
+  }
+  EXPECT_BALANCED(*host_);
+}
+
 void PluginTest::TearDown() {
   for (const void* handle : taken_) host_->release(handle);
   EXPECT_TRUE(LedgerBalanced(*host_));

@@ -38,6 +38,17 @@ using Bytes = std::vector<uint8_t>;
 // data pointer for.
 enum class Storage { Block, RawAddress, NoData };
 
+// A method that works on its block in place: the block before, the
+// arguments after the block, the block after.
+struct InPlaceCase {
+  const char* name;
+  const char* declaration;
+  Bytes block;
+  std::vector<caller::Arg> args;
+  Bytes expected;
+  Storage storage = Storage::Block;
+};
+
 class PluginTest : public ::testing::TestWithParam<HostSetup> {
  protected:
   void SetUp() override;
@@ -59,6 +70,10 @@ class PluginTest : public ::testing::TestWithParam<HostSetup> {
     return call_as(caller::Role::Setter, declaration, {caller::Arg(args)...});
   }
   caller::Value call_as(caller::Role role, std::string_view declaration, std::initializer_list<caller::Arg> args);
+
+  // Each case on a block of its own, nothing raised; with `undoes_itself`
+  // the same call again gives the block back.
+  void expect_in_place(std::span<const InPlaceCase> cases, bool undoes_itself = false);
 
   REALmemoryBlock block(const Bytes& bytes, Storage storage = Storage::Block);
   // The block's bytes; for one made by block(bytes, Storage::RawAddress),
