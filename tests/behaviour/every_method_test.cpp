@@ -1,9 +1,13 @@
-// Every registered function, called with a nil block, an empty block and a
-// guard-paged block and ordinary arguments: no fault, a neutral result where
-// there is nothing to work on, only the plug-in's own exceptions, and a
-// balanced ledger after each call. A record without a row fails.
-#include <set>
+// Every registered function: each extension method's exact outcome on a nil
+// block, nil arguments, negative numbers and a block without data; then
+// ordinary arguments on an empty and a guard-paged block, and the class and
+// globals: no fault, only the plug-in's own exceptions, and a balanced ledger
+// after each call. A record without a row fails.
+#include <algorithm>
+#include <map>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "tests/support/every_call.h"
 #include "tests/support/plugin_test.h"
@@ -29,29 +33,65 @@ TEST_P(EveryMethod, EveryRecordHasARow) {
   }
 }
 
-// The methods that refuse a nil block quietly; every other one raises
-// "NilObjectException" "memoryblock is nil".
-const std::set<std::string> kQuietOnNil = {
-    "AddressVEK",           "AddressPtrVEK",        "BytesEqualVEK",           "BytesZeroVEK",
-    "FindByteVEK",          "FindNotByteVEK",       "FindStringVEK",           "FindBytesVEK",
-    "CopyBytesVEK",         "CopyBytesToMacPtrVEK", "CopyBytesFromMacPtrVEK",  "CopyBytesToMacHandleVEK",
-    "CopyBytesFromMacHandleVEK", "GetStringVEK",    "SetStringVEK",            "OSTypeVEK",
-    "FSSpecVEK",            "SwapBytesVEK",         "SwapBytes16VEK",          "SwapBytes32VEK",
-    "ExpandBitsVEK",
+// What each extension method gives in five cases: (1) a nil block; (2) a nil
+// block with -1 for every Integer and Int64 argument (not the addresses);
+// (3) a 64-byte block with nil for every other block, pointer, handle, string
+// and folder item; (4) that block with -1 as in (2), which changes no byte;
+// (5) a block the host gives no data for. Each is what is raised (N
+// "NilObjectException" "memoryblock is nil", P "NilObjectException" "ptr is
+// nil", O "UnsupportedOperationException" "offset < 0", . nothing) and the
+// result (* not looked at: an ordinary call).
+const std::pair<const char*, std::vector<std::string>> kOutcomes[] = {
+    {"N0 N0 .0 .0 .0", {"ConvertRGB12BitTo8BitVEK", "MirrorBitsInBytesVEK", "MirrorBytesVEK", "MirrorBitsVEK",
+                        "FillBytesVEK", "InvertBytesVEK"}},
+    {"N0 N0 .0 O0 .0", {"_Calc3te", "_Calc2teCMY", "_Calc2teCMYK", "_CalcLogSweepTableVEK", "_ConvertPolarToCartesian",
+                        "_ConvertCartesianToPolar", "MultiplyUInt16VEK", "MultiplyUInt8VEK"}},
+    {"N0 N0 P0 O0 .1", {"MinVEK", "MaxVEK"}},
+    {"N0 N0 .1 .0 .0", {"MidVEK", "LeftVEK", "RightVEK"}},
+    {"N0 N0 N0 .1 .0", {"AppendVEK", "CopyNthBytesVEK"}},
+    {"N0 N0 N0 .0 .0", {"CopyNthBitsVEK"}},
+    {".0 .0 .1 .0 .0", {"AddressVEK", "AddressPtrVEK", "OSTypeVEK", "GetStringVEK"}},
+    {".0 .0 .0 .0 .0", {"SetStringVEK", "FSSpecVEK", "SwapBytesVEK", "SwapBytes16VEK", "SwapBytes32VEK", "BytesEqualVEK",
+                        "CopyBytesVEK", "CopyBytesToMacPtrVEK", "CopyBytesFromMacPtrVEK", "CopyBytesToMacHandleVEK",
+                        "CopyBytesFromMacHandleVEK", "ExpandBitsVEK"}},
+    {".0 .0 .* .1 .0", {"BytesZeroVEK"}},
+    {".-1 .-1 .* .-1 .-1", {"FindNotByteVEK", "FindByteVEK"}},
+    {".-2 .-2 .-2 .-2 .-2", {"FindStringVEK", "FindBytesVEK"}},
 };
 
-TEST_P(EveryMethod, NilBlock) {
-  Caller c = caller();
+std::string outcomes_of(const std::string& declaration) {
+  for (const auto& [outcomes, names] : kOutcomes) {
+    if (std::count(names.begin(), names.end(), declaration.substr(0, declaration.find('('))) != 0) return outcomes;
+  }
+  return "";
+}
+
+TEST_P(EveryMethod, Refusals) {
+  const std::map<char, std::pair<std::string, std::string>> raised = {
+      {'N', {"NilObjectException", "memoryblock is nil"}},
+      {'P', {"NilObjectException", "ptr is nil"}},
+      {'O', {"UnsupportedOperationException", "offset < 0"}}};
   for (const auto& [declaration, call] : extension_calls()) {
-    SCOPED_TRACE(declaration);
-    int64_t result = call(c, nullptr);
-    EXPECT_TRUE(result == 0 || result == -1 || result == -2) << "not neutral: " << result;
-    if (kQuietOnNil.count(declaration.substr(0, declaration.find('('))) != 0) {
-      EXPECT_NOTHING_RAISED(host());
-    } else {
-      EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
+    std::istringstream outcomes(outcomes_of(declaration));
+    ASSERT_NE(outcomes.str(), "") << declaration;
+    for (int kind = 1; kind <= 5; ++kind) {
+      SCOPED_TRACE(testing::Message() << declaration << ", case " << kind);
+      Caller c = caller();
+      c.negative = kind == 2 || kind == 4;
+      if (kind == 3) c.other = nullptr, c.text = nullptr, c.folder = nullptr, c.raw = nullptr, c.handle = nullptr;
+      REALmemoryBlock b = kind <= 2 ? nullptr : host().newBlock(64, 0x5A);
+      if (kind == 5) host().overrideReportedData(b, nullptr);
+      const Bytes other = c.other ? bytes(c.other) : Bytes(), raw(c.raw, c.raw + (c.raw ? 64 : 0));
+      int64_t result = call(c, b);
+      std::string outcome;
+      outcomes >> outcome;
+      EXPECT_TRUE(outcome[1] == '*' || result == std::stoll(outcome.substr(1))) << "result " << result;
+      EXPECT_TRUE(outcome[0] == '.' ? RaisedNothing(host())
+                                    : RaisedOnce(host(), raised.at(outcome[0]).first, raised.at(outcome[0]).second));
+      EXPECT_TRUE(kind != 4 || (bytes(b) == Bytes(64, 0x5A) && bytes(c.other) == other &&
+                                Bytes(c.raw, c.raw + 64) == raw)) << "a byte changed";
+      EXPECT_BALANCED(host());
     }
-    EXPECT_BALANCED(host());
   }
 }
 

@@ -25,7 +25,7 @@ Caller make_caller(SimHost& host, const LoadedPlugin& plugin) {
   uint8_t* handle = host.rawBuffer(sizeof(void*));
   std::memcpy(handle, &raw, sizeof raw);
   return Caller{host,   plugin, host.newBlock(64, 3), host.newString("ab", 0x600), host.newFolderItem({}), raw,
-                handle, caller::registered_calls(host.registry())};
+                handle, false, caller::registered_calls(host.registry())};
 }
 
 
@@ -73,9 +73,9 @@ const ExtensionRow kExtensionRows[] = {
     // The rest of the block from 48: 16 bytes of the 64-byte block, none of an
     // empty one (whose size 0 would make an explicit length the caller's).
     {"MinVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-     [](Caller& c, B) -> Args { return {c.raw, c.raw + 32, 8, false, 48, 0}; }},
+     [](Caller& c, B) -> Args { return {c.raw, c.raw ? c.raw + 32 : nullptr, 8, false, 48, 0}; }},
     {"MaxVEK(firstMem as Ptr, secondMem as Ptr, BitSize as integer = 8, Signed as Boolean = false, offsetByte as Integer = 0, lengthBytes as integer = 0) as boolean",
-     [](Caller& c, B) -> Args { return {c.raw, c.raw + 32, 8, false, 48, 0}; }},
+     [](Caller& c, B) -> Args { return {c.raw, c.raw ? c.raw + 32 : nullptr, 8, false, 48, 0}; }},
     {"MirrorBitsInBytesVEK(offsetByte as Integer, lengthByte as integer)",
      [](Caller& c, B b) -> Args { return {0, within(c, b, 8)}; }},
     {"MirrorBytesVEK(offsetByte as Integer = 0, lengthByte as integer = -1)", [](Caller&, B) -> Args { return {0, -1}; }},
@@ -120,7 +120,9 @@ const ExtensionRow kExtensionRows[] = {
     {"MidVEK(offset As Integer, length As Integer) as Memoryblock", [](Caller&, B) -> Args { return {3, 100}; }},
     {"LeftVEK(length as integer) as Memoryblock", [](Caller&, B) -> Args { return {100}; }},
     {"RightVEK(length As Integer) as Memoryblock", [](Caller&, B) -> Args { return {100}; }},
-    {"AppendVEK(other as Memoryblock) as Memoryblock", [](Caller&, B b) -> Args { return {b}; }},
+    // the block itself, or nil where the caller's blocks are
+    {"AppendVEK(other as Memoryblock) as Memoryblock",
+     [](Caller& c, B b) -> Args { return {c.other != nullptr ? b : nullptr}; }},
     {"FillBytesVEK(offset as integer, count as integer, value as integer)", [](Caller&, B) -> Args { return {0, 0, 7}; }},
     {"InvertBytesVEK(offset as integer, count as integer)", [](Caller&, B) -> Args { return {0, 8}; }},
     {"CopyNthBytesVEK(source as memoryblock, SourceOffsetBytes as integer, DestinationOffsetBytes as integer, ByteCount as integer, StepCount as integer, NumberOfSteps as integer) as boolean",
@@ -168,6 +170,12 @@ const std::map<std::string, Call>& extension_calls() {
     for (const ExtensionRow& row : kExtensionRows) {
       calls[row.declaration] = [&row](Caller& c, B b) {
         Args args = with_first(b, row.args(c, b));
+        if (c.negative) {
+          const auto& kinds = caller::find_call(c.calls, row.declaration).signature.args;
+          for (size_t k = 0; k < args.size(); ++k) {
+            if (kinds[k] == caller::Kind::Integer || kinds[k] == caller::Kind::Int64) args[k] = -1;
+          }
+        }
         if (row.assigned != nullptr) {
           Args set = args;
           set.push_back(row.assigned(c));
@@ -188,27 +196,20 @@ const std::set<std::pair<std::string, std::string>> kOwnExceptions = {
     {"UnsupportedOperationException", "offset < 0"},
 };
 
-// Methods that read a size of 0 as not known (a block over a raw address) and
-// trust the caller's range there: an ordinary call on an empty block would
-// reach past it, so EmptyBlock gives them a block over 128 raw bytes instead
-// (room for a 70-byte FSSpec record).
-const std::set<std::string> kTrustSizeZero = {
-    "InvertBytesVEK(offset as integer, count as integer)",
-    "CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destOfs as Integer)",
-    "CopyBytesVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer)",
-    "CopyBytesToMacPtrVEK(srcOfs as Integer, numBytes as Integer, destPtr as Ptr)",
-    "CopyBytesFromMacPtrVEK(srcPtr as Ptr, numBytes as Integer, destOfs as Integer)",
-    "CopyBytesToMacHandleVEK(srcOfs as Integer, numBytes as Integer, destHandle as Integer)",
-    "CopyBytesFromMacHandleVEK(srcHandle as Integer, numBytes as Integer, destOfs as Integer)",
-    "BytesEqualVEK(srcOfs as Integer, numBytes as Integer, destBlk as MemoryBlock, destOfs as Integer) as Boolean",
-    "BytesZeroVEK(srcOfs as Integer, numBytes as Integer) as Boolean",
-    "FindNotByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
-    "FindByteVEK(srcOfs as Integer, numBytes as Integer, byteValue as integer) as integer",
-    "OSTypeVEK(offset as Integer) as String",
-    "GetStringVEK(offset as Integer, numBytes as Integer) as String",
-    "SetStringVEK(str as String, offset as Integer)",
-    "FSSpecVEK(offset as Integer) as FolderItem",
-};
+// Every overload of these methods.
+const std::set<std::string> kTrustSizeZero = [] {
+  const std::set<std::string> names = {
+      "InvertBytesVEK", "CopyBytesVEK",  "CopyBytesToMacPtrVEK", "CopyBytesFromMacPtrVEK", "CopyBytesToMacHandleVEK",
+      "CopyBytesFromMacHandleVEK", "BytesEqualVEK", "BytesZeroVEK", "FindNotByteVEK", "FindByteVEK", "OSTypeVEK",
+      "GetStringVEK", "SetStringVEK", "FSSpecVEK"};
+  std::set<std::string> declarations;
+  for (const ExtensionRow& row : kExtensionRows) {
+    std::string declaration = row.declaration;
+    if (names.count(declaration.substr(0, declaration.find('('))) != 0) declarations.insert(declaration);
+  }
+  return declarations;
+}();
+
 const std::map<std::string, OtherCall>& other_calls() {
   using caller::Role;
   static const std::map<std::string, OtherCall> table = {

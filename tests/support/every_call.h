@@ -26,6 +26,7 @@ struct Caller {
   REALfolderItem folder;
   uint8_t* raw;       // 64 guarded bytes
   uint8_t* handle;    // a master pointer to `raw`
+  bool negative = false;  // every Integer and Int64 argument given as -1 instead
   std::vector<caller::Registered> calls;  // what the plug-in registered with this host
 
   int64_t handed(const void* result);
@@ -46,7 +47,8 @@ std::vector<uint8_t> pattern(size_t size);
 Caller make_caller(SimHost& host, const LoadedPlugin& plugin);
 
 // A call of one extension method on the block given (nil, empty or not),
-// keyed by its declaration.
+// keyed by its declaration. A caller whose `other`, `text`, `folder`, `raw`
+// and `handle` are nil passes nil for them.
 using Call = std::function<int64_t(Caller&, REALmemoryBlock)>;
 const std::map<std::string, Call>& extension_calls();
 
