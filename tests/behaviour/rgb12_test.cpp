@@ -22,7 +22,6 @@ Bytes join(const Bytes& a, const Bytes& b) {
 const InPlaceCase kCases[] = {
     {"one group", kConvert, kGroup, {1}, kGroupConverted},
     {"width 0 changes nothing", kConvert, kGroup, {0}, kGroup},
-    {"negative width changes nothing", kConvert, kGroup, {-1}, kGroup},
     {"first of two groups only", kConvert, kTwoGroups, {1},
      join(kGroupConverted, Bytes(kTwoGroups.begin() + 9, kTwoGroups.end()))},
     {"both groups", kConvert, kTwoGroups, {2}, kTwoConverted},
@@ -32,7 +31,6 @@ const InPlaceCase kCases[] = {
     {"no whole group", kConvert, Bytes(kGroup.begin(), kGroup.end() - 1), {1}, Bytes(kGroup.begin(), kGroup.end() - 1)},
     // A block over a raw address reports size 0: the caller's Width is trusted.
     {"raw address", kConvert, kTwoGroups, {2}, kTwoConverted, Storage::RawAddress},
-    {"no data", kConvert, kGroup, {1}, kGroup, Storage::NoData},
 };
 
 class Rgb12 : public PluginTest {};
