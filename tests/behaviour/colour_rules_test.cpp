@@ -97,7 +97,6 @@ const RangeCase kRangeCases[] = {
     // trusted, and the default Length leaves nothing to do.
     {"raw address", 12, 4, 5, {4, 8}, Storage::RawAddress},
     {"raw address, the rest", 12, 0, 0, {}, Storage::RawAddress},
-    {"no data", 12, 0, 12, {}, Storage::NoData},
 };
 
 const char* const kAll[] = {kCalc3te, kCmy, kCmyk};
@@ -114,19 +113,6 @@ TEST_P(ColourRules, Range) {
     }
     EXPECT_NOTHING_RAISED(host());
   }
-  EXPECT_BALANCED(host());
-}
-
-TEST_P(ColourRules, NilBlockAndNegativeOffsetRaise) {
-  REALmemoryBlock block = this->block({0, 0, 0, 0});
-  for (const char* declaration : kAll) {
-    SCOPED_TRACE(declaration);
-    mark(declaration, nullptr, -1, 0);
-    EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-    mark(declaration, block, INT32_MIN, 4);
-    EXPECT_RAISED(host(), "UnsupportedOperationException", "offset < 0");
-  }
-  EXPECT_EQ(bytes(block), Bytes(4, 0));
   EXPECT_BALANCED(host());
 }
 

@@ -39,28 +39,11 @@ const InPlaceCase kCases[] = {
     {"8: raw address", kMul8, kFour, {2.0, 1, 3}, {1, 4, 6, 8}, Storage::RawAddress},
     {"16: raw address, the rest", kMul16, kSix16, {2.0, 0, 0}, kSix16, Storage::RawAddress},
     {"16: raw address", kMul16, kSix16, {0.5, 2, 4}, {0x00, 0x80, 0xFF, 0x3F, 0x1A, 0x09}, Storage::RawAddress},
-    {"8: no data", kMul8, kFour, {2.0, 0, 4}, kFour, Storage::NoData},
-    {"16: no data", kMul16, kFour, {2.0, 0, 0}, kFour, Storage::NoData},
 };
 
 class Scaling : public PluginTest {};
 
 TEST_P(Scaling, Cases) { expect_in_place(kCases); }
-
-TEST_P(Scaling, NilBlockAndNegativeOffsetRaise) {
-  REALmemoryBlock block = this->block(kFour);
-  for (const char* declaration : {kMul8, kMul16}) {
-    SCOPED_TRACE(declaration);
-    call(declaration, nullptr, 2.0, -1, 0);  // the block is tested first
-    EXPECT_RAISED(host(), "NilObjectException", "memoryblock is nil");
-    for (int32_t offset : {-1, INT32_MIN}) {
-      call(declaration, block, 2.0, offset, 2);
-      EXPECT_RAISED(host(), "UnsupportedOperationException", "offset < 0");
-    }
-  }
-  EXPECT_EQ(bytes(block), kFour);
-  EXPECT_BALANCED(host());
-}
 
 INSTANTIATE_ON_EVERY_HOST(Scaling);
 }  // namespace
