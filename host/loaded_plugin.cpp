@@ -79,39 +79,3 @@ const LoadedPlugin::Extension& LoadedPlugin::find(std::string_view declaration) 
   }
   throw std::runtime_error("not registered: " + std::string(declaration));
 }
-
-const void* LoadedPlugin::findGlobal(std::string_view declaration) const {
-  const Registry& registry = host_->registry();
-  for (const MethodReg& method : registry.globals) {
-    if (method.declaration == declaration) return method.function;
-  }
-  for (const ModuleReg& module : registry.modules) {
-    for (const MethodReg& method : module.methods) {
-      if (method.declaration == declaration) return method.function;
-    }
-  }
-  throw std::runtime_error("no global method " + std::string(declaration));
-}
-
-const void* LoadedPlugin::findClassMember(std::string_view className, std::string_view member) const {
-  for (const ClassReg& cls : host_->registry().classes) {
-    if (cls.name != className) continue;
-    for (const MethodReg& method : cls.methods) {
-      if (method.declaration == member) return method.function;
-    }
-    for (const PropertyReg& property : cls.properties) {
-      if (property.name == member) return property.getter;
-    }
-  }
-  throw std::runtime_error("class " + std::string(className) + " has no member " + std::string(member));
-}
-
-const void* LoadedPlugin::findExtensionGetter(std::string_view property) const {
-  for (const ClassReg& extension : host_->registry().extensions) {
-    if (extension.name != "MemoryBlock") continue;
-    for (const PropertyReg& candidate : extension.properties) {
-      if (candidate.name == property) return candidate.getter;
-    }
-  }
-  return nullptr;
-}

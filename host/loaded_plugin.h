@@ -53,30 +53,12 @@ class LoadedPlugin {
   };
   const std::vector<Extension>& extensions() const { return extensions_; }
 
-  // Typed entry points by declaration; a declaration the plug-in did not
+  // A typed entry point by declaration, for the benchmarks (every other call
+  // goes through the host's caller); a declaration the plug-in did not
   // register throws std::runtime_error.
   template <typename Fn>
   Fn* method(std::string_view declaration) const {
     return handOut<Fn>(find(declaration).function);
-  }
-  template <typename Fn>
-  Fn* setter(std::string_view declaration) const {
-    return handOut<Fn>(find(declaration).setter);
-  }
-  template <typename Fn>
-  Fn* global(std::string_view declaration) const {
-    return handOut<Fn>(findGlobal(declaration));
-  }
-  // A method or property of a registered class, by declaration or name.
-  template <typename Fn>
-  Fn* classMember(std::string_view className, std::string_view member) const {
-    return handOut<Fn>(findClassMember(className, member));
-  }
-  // The getter of a property of the MemoryBlock class extension, or null
-  // where the host took no extension (a host of modules).
-  template <typename Fn>
-  Fn* extensionGetter(std::string_view property) const {
-    return handOut<Fn>(findExtensionGetter(property));
   }
 
  private:
@@ -86,9 +68,6 @@ class LoadedPlugin {
   }
   void* symbol_address(const char* name) const;
   const Extension& find(std::string_view declaration) const;
-  const void* findGlobal(std::string_view declaration) const;
-  const void* findClassMember(std::string_view className, std::string_view member) const;
-  const void* findExtensionGetter(std::string_view property) const;
 
   const SimHost* host_ = nullptr;
   void* dl_ = nullptr;
