@@ -383,16 +383,13 @@ Session& session_for(int version, GuardSide side) {
 
 // -- argument values --------------------------------------------------------------------
 
+// Each reader maps its first byte onto an edge value, or onto a value it
+// reads next from the input.
 int32_t read_int(Reader& in, int64_t receiver_size) {
+  constexpr int32_t kEdges[20] = {0, 1, -1, INT32_MIN, INT32_MAX, INT32_MIN + 1, INT32_MAX - 1, 0, 0, 0,
+                                  0, 0, 0,  0,         0,         2,             4,             8, 16, 255};
   const uint8_t s = in.u8();
   switch (s % 20) {
-    case 0: return 0;
-    case 1: return 1;
-    case 2: return -1;
-    case 3: return INT32_MIN;
-    case 4: return INT32_MAX;
-    case 5: return INT32_MIN + 1;
-    case 6: return INT32_MAX - 1;
     case 7: return static_cast<int8_t>(in.u8());
     case 8: return in.u8();
     case 9: return static_cast<int32_t>(in.le(2));
@@ -401,52 +398,31 @@ int32_t read_int(Reader& in, int64_t receiver_size) {
     case 12: return static_cast<int32_t>(8 * receiver_size + static_cast<int8_t>(in.u8()));
     case 13: return int32_t{1} << (in.u8() % 31);
     case 14: return -(int32_t{1} << (in.u8() % 31));
-    case 15: return 2;
-    case 16: return 4;
-    case 17: return 8;
-    case 18: return 16;
-    default: return s % 2 ? 255 : 256;
+    case 19: return s % 2 ? 255 : 256;
+    default: return kEdges[s % 20];
   }
 }
 
 int64_t read_int64(Reader& in, int64_t receiver_size) {
+  constexpr int64_t kEdges[8] = {0, 1, -1, INT64_MIN, INT64_MAX, INT32_MAX, int64_t{INT32_MAX} + 1, UINT32_MAX};
   const uint8_t s = in.u8();
   switch (s % 12) {
-    case 0: return 0;
-    case 1: return 1;
-    case 2: return -1;
-    case 3: return INT64_MIN;
-    case 4: return INT64_MAX;
-    case 5: return INT32_MAX;
-    case 6: return int64_t{INT32_MAX} + 1;
-    case 7: return int64_t{UINT32_MAX};
     case 8: return static_cast<int8_t>(in.u8());
     case 9: return static_cast<int64_t>(in.le(8));
     case 10: return receiver_size + static_cast<int8_t>(in.u8());
-    default: return static_cast<int64_t>(in.le(2));
+    case 11: return static_cast<int64_t>(in.le(2));
+    default: return kEdges[s % 12];
   }
 }
 
 double read_double(Reader& in) {
+  using limits = std::numeric_limits<double>;
+  constexpr double kEdges[14] = {0.0, -0.0, 1.0, -1.0, 0.5, 1.5, 2.0, 255.5, limits::quiet_NaN(), limits::infinity(),
+                                 -limits::infinity(), limits::max(), limits::denorm_min(), -3000000001.0};
   const uint8_t s = in.u8();
-  switch (s % 16) {
-    case 0: return 0.0;
-    case 1: return -0.0;
-    case 2: return 1.0;
-    case 3: return -1.0;
-    case 4: return 0.5;
-    case 5: return 1.5;
-    case 6: return 2.0;
-    case 7: return 255.5;
-    case 8: return std::numeric_limits<double>::quiet_NaN();
-    case 9: return std::numeric_limits<double>::infinity();
-    case 10: return -std::numeric_limits<double>::infinity();
-    case 11: return std::numeric_limits<double>::max();
-    case 12: return std::numeric_limits<double>::denorm_min();
-    case 13: return -3000000001.0;
-    case 14: return std::bit_cast<double>(in.le(8));
-    default: return static_cast<int8_t>(in.u8()) / 16.0;
-  }
+  if (s % 16 == 14) return std::bit_cast<double>(in.le(8));
+  if (s % 16 == 15) return static_cast<int8_t>(in.u8()) / 16.0;
+  return kEdges[s % 16];
 }
 
 constexpr uint32_t kEncodings[] = {kEncodingASCII, kEncodingMacRoman, kEncodingWindowsLatin1, kEncodingUnknown,
