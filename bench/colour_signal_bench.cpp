@@ -16,7 +16,7 @@
 
 #include "colour_signal/colour_rules.h"
 #include "colour_signal/rgb12.h"
-#include "frame/cpu.h"
+#include "frame/target.h"
 
 namespace {
 using Kernel = std::function<void(uint8_t*, size_t)>;

@@ -247,8 +247,8 @@ Benchmark* small_sizes_targets(Benchmark* b) {
 
 // The chosen level (with the small sizes), every level this CPU runs (the
 // scalar twin with the small sizes too); levels the CPU lacks are left out.
-template <class Table, size_t N, class Kernel>
-void register_levels(const std::string& method, vek::KernelFamily<Table, N>& family, Kernel Table::*kernel,
+template <class Table, class Kernel>
+void register_levels(const std::string& method, vek::KernelFamily<Table>& family, Kernel Table::*kernel,
                      void (*run)(benchmark::State&, Kernel), Kernel best, Benchmark* (*sizes)(Benchmark*),
                      Benchmark* (*small)(Benchmark*)) {
   small(sizes(benchmark::RegisterBenchmark((method + "/best").c_str(), run, best)));

@@ -113,8 +113,8 @@ void add(const std::string& name, bool with_small, Fn fn, Args... args) {
   if (with_small) small(benchmark::RegisterBenchmark(name.c_str(), fn, args...));
 }
 
-template <class Table, size_t N, class Register>
-void each_level(vek::KernelFamily<Table, N>& family, Register add_level) {
+template <class Table, class Register>
+void each_level(vek::KernelFamily<Table>& family, Register add_level) {
   add_level("best", family.best(), true);
   for (const auto& level : family.levels()) {
     if (vek::cpu_has(level.level)) add_level(vek::level_name(level.level), level.table, false);

@@ -3,6 +3,8 @@
 // for, can use them; vpshufb shuffles within each 16-byte lane.
 #pragma once
 
+#include "frame/target.h"
+#if VEK_X86
 #include <immintrin.h>
 
 #include <cstdint>
@@ -51,3 +53,4 @@ namespace vek::avx2 {
 }
 
 }  // namespace vek::avx2
+#endif  // VEK_X86

@@ -14,7 +14,9 @@
 #include "frame/ranges.h"
 
 namespace vek {
+#if VEK_X86
 using namespace sse2;
+#endif
 
 void expand_bits_scalar(uint8_t* dst, const uint8_t* src, size_t n, int32_t low, int32_t high) noexcept {
   for (size_t i = 0; i < n; ++i) {
@@ -30,6 +32,7 @@ void expand_bits_scalar(uint8_t* dst, const uint8_t* src, size_t n, int32_t low,
   }
 }
 
+#if VEK_X86
 namespace {
 // One of the two values per bit, when both fit in a byte.
 __m128i pick_bytes(__m128i set, __m128i high, __m128i low) {
@@ -153,12 +156,15 @@ namespace {
   _mm256_zeroupper();  // the narrower levels run legacy SSE code
   expand_bits_sse2(dst + 8 * i, src + i, n - i, low, high);
 }
+#endif
 
-constinit KernelFamily<ExpandBitsTable, 3> expand_bits_kernels{{{
+constinit KernelFamily<ExpandBitsTable> expand_bits_kernels{
+#if VEK_X86
     {Level::AVX2, {expand_bits_avx2}},
     {Level::SSE2, {expand_bits_sse2}},
+#endif
     {Level::Scalar, {expand_bits_scalar}},
-}}};
+};
 
 }  // namespace vek
 

@@ -22,7 +22,9 @@
 #include "frame/ranges.h"
 
 namespace vek {
+#if VEK_X86
 using namespace sse2;
+#endif
 
 namespace {
 // Every single bit lands on its mirror place, and every entry is the OR of
@@ -49,6 +51,7 @@ void mirror_bits_in_bytes_scalar(uint8_t* p, size_t n) noexcept {
   for (size_t i = 0; i < n; ++i) p[i] = swap[p[i]];
 }
 
+#if VEK_X86
 void mirror_bits_in_bytes_sse2(uint8_t* p, size_t n) noexcept {
   size_t i = 0;
   // main loop: sixteen bytes at a time
@@ -91,13 +94,16 @@ void mirror_bits_in_bytes_sse2(uint8_t* p, size_t n) noexcept {
   _mm256_zeroupper();
   mirror_bits_in_bytes_scalar(p + i, n - i);
 }
+#endif
 
-constinit KernelFamily<MirrorBitsInBytesTable, 4> mirror_bits_in_bytes_kernels{{{
+constinit KernelFamily<MirrorBitsInBytesTable> mirror_bits_in_bytes_kernels{
+#if VEK_X86
     {Level::AVX2, {mirror_bits_in_bytes_avx2}},
     {Level::SSSE3, {mirror_bits_in_bytes_ssse3}},
     {Level::SSE2, {mirror_bits_in_bytes_sse2}},
+#endif
     {Level::Scalar, {mirror_bits_in_bytes_scalar}},
-}}};
+};
 
 }  // namespace vek
 
@@ -152,6 +158,7 @@ void mirror_bits_scalar(uint8_t* p, size_t first_bit, size_t bit_count) noexcept
   }
 }
 
+#if VEK_X86
 namespace {
 // The n bytes at p as one stream of 8n bits, put in reverse order.
 void reverse_bits(uint8_t* p, size_t n) {
@@ -306,12 +313,15 @@ void mirror_bits_sse2(uint8_t* p, size_t first_bit, size_t bit_count) noexcept {
   if (range.tail > range.head) shift_towards_start_avx2(range.bytes, range.count, range.tail - range.head);
   restore_outside(range);
 }
+#endif
 
-constinit KernelFamily<MirrorBitsTable, 3> mirror_bits_kernels{{{
+constinit KernelFamily<MirrorBitsTable> mirror_bits_kernels{
+#if VEK_X86
     {Level::AVX2, {mirror_bits_avx2}},
     {Level::SSE2, {mirror_bits_sse2}},
+#endif
     {Level::Scalar, {mirror_bits_scalar}},
-}}};
+};
 
 }  // namespace vek
 

@@ -48,7 +48,7 @@ struct MirrorBitsInBytesTable {
 struct MirrorBitsTable {
   void (*mirror)(uint8_t* p, size_t first_bit, size_t bit_count) noexcept;
 };
-extern constinit KernelFamily<MirrorBitsInBytesTable, 4> mirror_bits_in_bytes_kernels;
-extern constinit KernelFamily<MirrorBitsTable, 3> mirror_bits_kernels;
+extern constinit KernelFamily<MirrorBitsInBytesTable> mirror_bits_in_bytes_kernels;
+extern constinit KernelFamily<MirrorBitsTable> mirror_bits_kernels;
 
 }  // namespace vek

@@ -3,6 +3,8 @@
 // what crosses from one byte into the next.
 #pragma once
 
+#include "frame/target.h"
+#if VEK_X86
 #include <emmintrin.h>
 
 #include <cstdint>
@@ -47,3 +49,4 @@ inline __m128i mirror_in_bytes(__m128i v) {
 }
 
 }  // namespace vek::sse2
+#endif  // VEK_X86

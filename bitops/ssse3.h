@@ -3,6 +3,8 @@
 // SSSE3 and AVX2 levels, which the CPU was checked for, can inline them.
 #pragma once
 
+#include "frame/target.h"
+#if VEK_X86
 #include <immintrin.h>
 
 #include <cstdint>
@@ -37,3 +39,4 @@ inline __m128i mirrored_high_nibbles() {
 }
 
 }  // namespace vek::ssse3
+#endif  // VEK_X86

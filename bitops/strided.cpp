@@ -23,7 +23,9 @@
 #include "frame/ranges.h"
 
 namespace vek {
+#if VEK_X86
 using namespace sse2;
+#endif
 
 // -- runs of bytes ------------------------------------------------------------------
 
@@ -42,6 +44,7 @@ namespace {
 void copy_nth_bytes_scalar(uint8_t* dst, const uint8_t* src, size_t run_bytes, ptrdiff_t step, size_t runs) noexcept {
   copy_runs_bytewise(dst, src, run_bytes, step, 0, runs);
 }
+#if VEK_X86
 
 // Short runs move as one 16-byte load and store wherever those 16 bytes stay
 // inside the gather's own bytes: the source from its lowest to its highest
@@ -217,13 +220,16 @@ ShuffleGather plan_shuffle_gather(size_t run_bytes, ptrdiff_t step, size_t runs,
   _mm256_zeroupper();  // the narrower levels run legacy SSE code
   copy_nth_bytes_sse2(to, src + static_cast<ptrdiff_t>(k) * step, run_bytes, step, runs - k);
 }
+#endif
 
-constinit KernelFamily<CopyNthBytesTable, 4> copy_nth_bytes_kernels{{{
+constinit KernelFamily<CopyNthBytesTable> copy_nth_bytes_kernels{
+#if VEK_X86
     {Level::AVX2, {copy_nth_bytes_avx2}},
     {Level::SSSE3, {copy_nth_bytes_ssse3}},
     {Level::SSE2, {copy_nth_bytes_sse2}},
+#endif
     {Level::Scalar, {copy_nth_bytes_scalar}},
-}}};
+};
 
 }  // namespace vek
 

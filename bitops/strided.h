@@ -63,8 +63,8 @@ struct CopyNthBitsTable {
 struct ExpandBitsTable {
   void (*expand)(uint8_t* dst, const uint8_t* src, size_t n, int32_t low, int32_t high) noexcept;
 };
-extern constinit KernelFamily<CopyNthBytesTable, 4> copy_nth_bytes_kernels;
-extern constinit KernelFamily<CopyNthBitsTable, 4> copy_nth_bits_kernels;
-extern constinit KernelFamily<ExpandBitsTable, 3> expand_bits_kernels;
+extern constinit KernelFamily<CopyNthBytesTable> copy_nth_bytes_kernels;
+extern constinit KernelFamily<CopyNthBitsTable> copy_nth_bits_kernels;
+extern constinit KernelFamily<ExpandBitsTable> expand_bits_kernels;
 
 }  // namespace vek

@@ -18,7 +18,9 @@
 #include "frame/ranges.h"
 
 namespace vek {
+#if VEK_X86
 using namespace sse2;
+#endif
 
 void copy_nth_bits_scalar(uint8_t* dst, size_t dst_bit, const uint8_t* src, size_t src_bit, size_t run_bits,
                           size_t gap, uint64_t total) noexcept {
@@ -142,6 +144,7 @@ void copy_nth_bits_in_words(uint8_t* dst, size_t dst_bit, const uint8_t* src, si
 }
 }  // namespace
 
+#if VEK_X86
 void copy_nth_bits_words(uint8_t* dst, size_t dst_bit, const uint8_t* src, size_t src_bit, size_t run_bits,
                          size_t gap, uint64_t total) noexcept {
   copy_nth_bits_in_words<copy_nth_bytes_sse2>(dst, dst_bit, src, src_bit, run_bits, gap, total);
@@ -370,14 +373,17 @@ template <unsigned Steps>
   _mm256_zeroupper();  // the remainder may call memmove, legacy SSE code
   copy_nth_bits_in_words<copy_nth_bytes_avx2>(dst, dst_bit, src, src_bit, run_bits, gap, total);
 }
+#endif
 
 // The words level is the baseline: 64-bit windows and SSE2 byte gathers.
-constinit KernelFamily<CopyNthBitsTable, 4> copy_nth_bits_kernels{{{
+constinit KernelFamily<CopyNthBitsTable> copy_nth_bits_kernels{
+#if VEK_X86
     {Level::AVX2, {copy_nth_bits_avx2}},
     {Level::SSSE3, {copy_nth_bits_ssse3}},
     {Level::SSE2, {copy_nth_bits_words}},
+#endif
     {Level::Scalar, {copy_nth_bits_scalar}},
-}}};
+};
 
 }  // namespace vek
 

@@ -22,7 +22,9 @@
 #include "frame/ranges.h"
 
 namespace vek {
+#if VEK_X86
 using namespace sse2;
+#endif
 
 // -- whole-range reversal -------------------------------------------------------
 
@@ -35,6 +37,7 @@ void reverse_bytes_scalar(uint8_t* p, size_t n) noexcept {
   }
 }
 
+#if VEK_X86
 void reverse_bytes_sse2(uint8_t* p, size_t n) noexcept {
   size_t lo = 0;
   size_t hi = n;
@@ -106,14 +109,18 @@ void reverse_bytes_sse2(uint8_t* p, size_t n) noexcept {
   _mm256_zeroupper();
   reverse_bytes_scalar(p + lo, hi - lo);
 }
+#endif
 
-constinit KernelFamily<ReverseBytesTable, 4> reverse_bytes_kernels{{{
+constinit KernelFamily<ReverseBytesTable> reverse_bytes_kernels{
+#if VEK_X86
     {Level::AVX2, {reverse_bytes_avx2}},
     {Level::SSSE3, {reverse_bytes_ssse3}},
     {Level::SSE2, {reverse_bytes_sse2}},
+#endif
     {Level::Scalar, {reverse_bytes_scalar}},
-}}};
+};
 
+#if VEK_X86
 // -- words of 16 and 32 bits by shuffles ------------------------------------------
 namespace {
 // Words of either size by one byte shuffle: four vectors per pass, then one,
@@ -153,6 +160,7 @@ namespace {
   scalar(p + i, n - i);
 }
 }  // namespace
+#endif
 
 // -- 16-bit words -----------------------------------------------------------------
 
@@ -164,6 +172,7 @@ void swap_bytes16_scalar(uint8_t* p, size_t n) noexcept {
   }
 }
 
+#if VEK_X86
 void swap_bytes16_sse2(uint8_t* p, size_t n) noexcept {
   size_t chunks = n / 16;
   size_t i = 0;
@@ -188,13 +197,16 @@ void swap_bytes16_sse2(uint8_t* p, size_t n) noexcept {
 [[gnu::target("avx2")]] void swap_bytes16_avx2(uint8_t* p, size_t n) noexcept {
   swap_words_avx2(p, n, ssse3::swap16_order(), swap_bytes16_scalar);
 }
+#endif
 
-constinit KernelFamily<SwapBytes16Table, 4> swap_bytes16_kernels{{{
+constinit KernelFamily<SwapBytes16Table> swap_bytes16_kernels{
+#if VEK_X86
     {Level::AVX2, {swap_bytes16_avx2}},
     {Level::SSSE3, {swap_bytes16_ssse3}},
     {Level::SSE2, {swap_bytes16_sse2}},
+#endif
     {Level::Scalar, {swap_bytes16_scalar}},
-}}};
+};
 
 // -- 32-bit words -----------------------------------------------------------------
 
@@ -207,6 +219,7 @@ void swap_bytes32_scalar(uint8_t* p, size_t n) noexcept {
   }
 }
 
+#if VEK_X86
 void swap_bytes32_sse2(uint8_t* p, size_t n) noexcept {
   size_t pairs = n / 32;
   size_t i = 0;
@@ -236,13 +249,16 @@ void swap_bytes32_sse2(uint8_t* p, size_t n) noexcept {
 [[gnu::target("avx2")]] void swap_bytes32_avx2(uint8_t* p, size_t n) noexcept {
   swap_words_avx2(p, n, ssse3::swap32_order(), swap_bytes32_scalar);
 }
+#endif
 
-constinit KernelFamily<SwapBytes32Table, 4> swap_bytes32_kernels{{{
+constinit KernelFamily<SwapBytes32Table> swap_bytes32_kernels{
+#if VEK_X86
     {Level::AVX2, {swap_bytes32_avx2}},
     {Level::SSSE3, {swap_bytes32_ssse3}},
     {Level::SSE2, {swap_bytes32_sse2}},
+#endif
     {Level::Scalar, {swap_bytes32_scalar}},
-}}};
+};
 
 }  // namespace vek
 

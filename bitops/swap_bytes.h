@@ -42,8 +42,8 @@ struct SwapBytes16Table {
 struct SwapBytes32Table {
   void (*swap)(uint8_t* p, size_t n) noexcept;
 };
-extern constinit KernelFamily<ReverseBytesTable, 4> reverse_bytes_kernels;
-extern constinit KernelFamily<SwapBytes16Table, 4> swap_bytes16_kernels;
-extern constinit KernelFamily<SwapBytes32Table, 4> swap_bytes32_kernels;
+extern constinit KernelFamily<ReverseBytesTable> reverse_bytes_kernels;
+extern constinit KernelFamily<SwapBytes16Table> swap_bytes16_kernels;
+extern constinit KernelFamily<SwapBytes32Table> swap_bytes32_kernels;
 
 }  // namespace vek

@@ -17,8 +17,10 @@
 // caller's range. A block whose host reports a negative size is refused.
 #include "blockops/compare_search.h"
 
+#if VEK_X86
 #include <emmintrin.h>
 #include <immintrin.h>
+#endif
 
 #include <algorithm>
 #include <bit>
@@ -30,6 +32,7 @@
 #include "frame/rb_bytes.h"
 
 namespace {
+#if VEK_X86
 inline __m128i load16(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 
 // An aligned load can be folded into the compare that uses it (an SSE2
@@ -72,6 +75,7 @@ inline uint64_t byte_mask64(__m128i a, __m128i b, __m128i c, __m128i d) {
 // The first 32-byte boundary after `p`, 1 to 32 bytes on (the AVX2 levels do
 // their first 32 bytes unaligned, then go on from there).
 inline size_t aligned_start32(const uint8_t* p) { return 32 - reinterpret_cast<uintptr_t>(p) % 32; }
+#endif
 
 // A position found by a kernel in the rest of the range, from its start.
 inline size_t found_after(size_t start, size_t found) { return found == vek::kNotFound ? found : start + found; }
@@ -105,6 +109,7 @@ size_t first_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return kNotFound;
 }
 
+#if VEK_X86
 template <bool kEqual>
 size_t first_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
   if (size < 16) return first_scalar<kEqual>(data, size, value);
@@ -171,31 +176,46 @@ template <bool kEqual>
   _mm256_zeroupper();
   return found_after(i, first_sse2<kEqual>(data + i, size - i, value));
 }
+#endif
 }  // namespace
 
 size_t find_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return first_scalar<true>(data, size, value);
 }
+#if VEK_X86
 size_t find_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return first_sse2<true>(data, size, value);
 }
 size_t find_byte_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return first_avx2<true>(data, size, value);
 }
+#endif
 size_t find_not_byte_scalar(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return first_scalar<false>(data, size, value);
 }
+#if VEK_X86
 size_t find_not_byte_sse2(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return first_sse2<false>(data, size, value);
 }
 size_t find_not_byte_avx2(const uint8_t* data, size_t size, uint8_t value) noexcept {
   return first_avx2<false>(data, size, value);
 }
+#endif
 
-constinit KernelFamily<FindByteTable, 3> find_byte_kernels{{{
-    {Level::AVX2, {find_byte_avx2}}, {Level::SSE2, {find_byte_sse2}}, {Level::Scalar, {find_byte_scalar}}}}};
-constinit KernelFamily<FindNotByteTable, 3> find_not_byte_kernels{{{
-    {Level::AVX2, {find_not_byte_avx2}}, {Level::SSE2, {find_not_byte_sse2}}, {Level::Scalar, {find_not_byte_scalar}}}}};
+constinit KernelFamily<FindByteTable> find_byte_kernels{
+#if VEK_X86
+    {Level::AVX2, {find_byte_avx2}},
+    {Level::SSE2, {find_byte_sse2}},
+#endif
+    {Level::Scalar, {find_byte_scalar}},
+};
+constinit KernelFamily<FindNotByteTable> find_not_byte_kernels{
+#if VEK_X86
+    {Level::AVX2, {find_not_byte_avx2}},
+    {Level::SSE2, {find_not_byte_sse2}},
+#endif
+    {Level::Scalar, {find_not_byte_scalar}},
+};
 }  // namespace vek
 
 namespace {
@@ -231,6 +251,7 @@ bool all_zero_scalar(const uint8_t* data, size_t size) noexcept {
   return true;
 }
 
+#if VEK_X86
 bool all_zero_sse2(const uint8_t* data, size_t size) noexcept {
   if (size < 16) return all_zero_scalar(data, size);
   const __m128i zero = _mm_setzero_si128();
@@ -270,9 +291,15 @@ bool all_zero_sse2(const uint8_t* data, size_t size) noexcept {
   _mm256_zeroupper();
   return all_zero_sse2(data + i, size - i);
 }
+#endif
 
-constinit KernelFamily<AllZeroTable, 3> all_zero_kernels{{{
-    {Level::AVX2, {all_zero_avx2}}, {Level::SSE2, {all_zero_sse2}}, {Level::Scalar, {all_zero_scalar}}}}};
+constinit KernelFamily<AllZeroTable> all_zero_kernels{
+#if VEK_X86
+    {Level::AVX2, {all_zero_avx2}},
+    {Level::SSE2, {all_zero_sse2}},
+#endif
+    {Level::Scalar, {all_zero_scalar}},
+};
 }  // namespace vek
 
 bool BytesZeroVEK(REALmemoryBlock block, int32_t srcOfs, int32_t numBytes) {
@@ -295,6 +322,7 @@ bool bytes_equal_scalar(const uint8_t* a, const uint8_t* b, size_t size) noexcep
   return true;
 }
 
+#if VEK_X86
 bool bytes_equal_sse2(const uint8_t* a, const uint8_t* b, size_t size) noexcept {
   if (size < 16) return bytes_equal_scalar(a, b, size);
   // head: the first 16 bytes, then on from a boundary of `a` (`b` stays unaligned)
@@ -338,9 +366,15 @@ bool bytes_equal_sse2(const uint8_t* a, const uint8_t* b, size_t size) noexcept 
   _mm256_zeroupper();
   return bytes_equal_sse2(a + i, b + i, size - i);
 }
+#endif
 
-constinit KernelFamily<BytesEqualTable, 3> bytes_equal_kernels{{{
-    {Level::AVX2, {bytes_equal_avx2}}, {Level::SSE2, {bytes_equal_sse2}}, {Level::Scalar, {bytes_equal_scalar}}}}};
+constinit KernelFamily<BytesEqualTable> bytes_equal_kernels{
+#if VEK_X86
+    {Level::AVX2, {bytes_equal_avx2}},
+    {Level::SSE2, {bytes_equal_sse2}},
+#endif
+    {Level::Scalar, {bytes_equal_scalar}},
+};
 }  // namespace vek
 
 namespace {
@@ -383,6 +417,7 @@ size_t find_bytes_scalar(const uint8_t* data, size_t size, const uint8_t* target
   return kNotFound;
 }
 
+#if VEK_X86
 // A start position is a candidate when both the target's first and its last
 // byte match there; only candidates are compared in full, lowest first, so
 // the first occurrence is the one found.
@@ -435,8 +470,10 @@ size_t find_bytes_sse2(const uint8_t* data, size_t size, const uint8_t* target, 
   if (size - length + 1 < 16) return find_bytes_scalar(data, size, target, length);
   return find_bytes_sse2_wide(data, size, target, length);
 }
+#endif
 }  // namespace vek
 
+#if VEK_X86
 namespace {
 // Where the first and last byte of the target match, for 32 start positions:
 // `starts` holds the bytes at the positions, `ends` points at the byte the
@@ -458,8 +495,10 @@ inline size_t first_match(const uint8_t* data, size_t at, uint64_t mask, const u
   return vek::kNotFound;
 }
 }  // namespace
+#endif
 
 namespace vek {
+#if VEK_X86
 namespace {
 // The AVX2 search proper, for targets of 2 bytes or more and 32 positions or
 // more; kept out of line so that a short search does not pay for its setup.
@@ -506,9 +545,15 @@ namespace {
   if (size - length + 1 < 32) return find_bytes_sse2(data, size, target, length);
   return find_bytes_avx2_wide(data, size, target, length);
 }
+#endif
 
-constinit KernelFamily<FindBytesTable, 3> find_bytes_kernels{{{
-    {Level::AVX2, {find_bytes_avx2}}, {Level::SSE2, {find_bytes_sse2}}, {Level::Scalar, {find_bytes_scalar}}}}};
+constinit KernelFamily<FindBytesTable> find_bytes_kernels{
+#if VEK_X86
+    {Level::AVX2, {find_bytes_avx2}},
+    {Level::SSE2, {find_bytes_sse2}},
+#endif
+    {Level::Scalar, {find_bytes_scalar}},
+};
 }  // namespace vek
 
 namespace {

@@ -59,9 +59,9 @@ struct FindBytesTable {
   size_t (*find_bytes)(const uint8_t* data, size_t size, const uint8_t* target, size_t length) noexcept;
 };
 
-extern KernelFamily<FindByteTable, 3> find_byte_kernels;
-extern KernelFamily<FindNotByteTable, 3> find_not_byte_kernels;
-extern KernelFamily<AllZeroTable, 3> all_zero_kernels;
-extern KernelFamily<BytesEqualTable, 3> bytes_equal_kernels;
-extern KernelFamily<FindBytesTable, 3> find_bytes_kernels;
+extern KernelFamily<FindByteTable> find_byte_kernels;
+extern KernelFamily<FindNotByteTable> find_not_byte_kernels;
+extern KernelFamily<AllZeroTable> all_zero_kernels;
+extern KernelFamily<BytesEqualTable> bytes_equal_kernels;
+extern KernelFamily<FindBytesTable> find_bytes_kernels;
 }  // namespace vek

@@ -13,7 +13,9 @@
 // over a raw address) has no known end: the caller's run is trusted there.
 #include "blockops/size_fill_invert.h"
 
+#if VEK_X86
 #include <immintrin.h>
+#endif
 
 #include <cstring>
 
@@ -69,6 +71,7 @@ template <typename Word>
   }
 }
 
+#if VEK_X86
 // The last 0..15 bytes of a vector level, by the twin's word steps: one
 // 64-bit, one 32-bit, one 16-bit word and one byte, as the count's bits say.
 [[gnu::always_inline]] inline void invert_tail(uint8_t* data, size_t count) noexcept {
@@ -80,6 +83,7 @@ template <typename Word>
   data += count & 2;
   complement_words<uint8_t>(data, count & 1);
 }
+#endif
 }  // namespace
 
 // The width follows the count alone: 64-bit words when it is a multiple of 8,
@@ -94,6 +98,7 @@ void invert_bytes_scalar(uint8_t* data, size_t count) noexcept {
   }
 }
 
+#if VEK_X86
 // Four unaligned vectors per step keep two loads and two stores in flight;
 // the last 0..15 bytes go to the twin's word steps.
 void invert_bytes_sse2(uint8_t* data, size_t count) noexcept {
@@ -160,10 +165,13 @@ void invert_bytes_sse2(uint8_t* data, size_t count) noexcept {
   _mm256_zeroupper();
   if (i != count) invert_bytes_sse2(data + i, count - i);
 }
+#endif
 
-constinit KernelFamily<InvertBytesTable, 3> invert_bytes_kernels{{{
+constinit KernelFamily<InvertBytesTable> invert_bytes_kernels{
+#if VEK_X86
     {Level::AVX2, {invert_bytes_avx2}},
     {Level::SSE2, {invert_bytes_sse2}},
+#endif
     {Level::Scalar, {invert_bytes_scalar}},
-}}};
+};
 }  // namespace vek

@@ -18,5 +18,5 @@ struct InvertBytesTable {
   void (*invert)(uint8_t* data, size_t count) noexcept;
 };
 // AVX2, SSE2, scalar: the adapter takes `best()`.
-extern constinit KernelFamily<InvertBytesTable, 3> invert_bytes_kernels;
+extern constinit KernelFamily<InvertBytesTable> invert_bytes_kernels;
 }  // namespace vek

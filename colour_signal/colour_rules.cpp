@@ -17,7 +17,9 @@
 // negative offsetByte "UnsupportedOperationException" "offset < 0".
 #include "colour_signal/colour_rules.h"
 
+#if VEK_X86
 #include <immintrin.h>
+#endif
 
 #include <cstring>
 
@@ -95,6 +97,7 @@ void replace_colour_scalar(uint8_t* pixels, size_t count, const int32_t lo[4], c
   }
 }
 
+#if VEK_X86
 namespace {
 int32_t four_bytes(const uint8_t bytes[4]) {
   int32_t pixel;
@@ -178,12 +181,15 @@ namespace {
   _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
   replace_colour_scalar(pixels, count - i, lo, hi, dest);
 }
+#endif
 
-constinit KernelFamily<ReplaceColourTable, 3> replace_colour_kernels{{{
+constinit KernelFamily<ReplaceColourTable> replace_colour_kernels{
+#if VEK_X86
     {Level::AVX2, {replace_colour_avx2}},
     {Level::SSE2, {replace_colour_sse2}},
+#endif
     {Level::Scalar, {replace_colour_scalar}},
-}}};
+};
 
 // -- channel-sum complement ---------------------------------------------------
 
@@ -204,6 +210,7 @@ void complement_scalar(uint8_t* pixels, size_t count, int32_t byte_max, bool wit
   }
 }
 
+#if VEK_X86
 // The sum s lies in 0..1020, so clamping byte_max - s to 0..255 gives the
 // same with byte_max first clamped to 0..1275; then every difference fits in
 // 16 bits and the clamp is a signed 16-bit minimum and maximum.
@@ -280,31 +287,38 @@ template <bool kFourth>
   _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
   complement_scalar<kFourth>(pixels + 4 * done, count - done, byte_max, with_sum0);
 }
+#endif
 }  // namespace
 
 void complement_cmy_scalar(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_scalar<false>(pixels, count, byte_max, with_sum0);
 }
+#if VEK_X86
 void complement_cmy_sse2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_sse2<false>(pixels, count, byte_max, with_sum0);
 }
 void complement_cmy_avx2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_avx2<false>(pixels, count, byte_max, with_sum0);
 }
+#endif
 void complement_cmyk_scalar(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_scalar<true>(pixels, count, byte_max, with_sum0);
 }
+#if VEK_X86
 void complement_cmyk_sse2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_sse2<true>(pixels, count, byte_max, with_sum0);
 }
 void complement_cmyk_avx2(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept {
   complement_avx2<true>(pixels, count, byte_max, with_sum0);
 }
+#endif
 
-constinit KernelFamily<ComplementTable, 3> complement_kernels{{{
+constinit KernelFamily<ComplementTable> complement_kernels{
+#if VEK_X86
     {Level::AVX2, {complement_cmy_avx2, complement_cmyk_avx2}},
     {Level::SSE2, {complement_cmy_sse2, complement_cmyk_sse2}},
+#endif
     {Level::Scalar, {complement_cmy_scalar, complement_cmyk_scalar}},
-}}};
+};
 
 }  // namespace vek

@@ -22,7 +22,7 @@ struct ReplaceColourTable {
   void (*replace)(uint8_t* pixels, size_t count, const int32_t lo[4], const int32_t hi[4],
                   const uint8_t dest[4]) noexcept;
 };
-extern KernelFamily<ReplaceColourTable, 3> replace_colour_kernels;
+extern KernelFamily<ReplaceColourTable> replace_colour_kernels;
 
 // The fourth byte becomes byte_max minus the sum of the first three
 // (complement_cmy) or of all four (complement_cmyk) bytes, clamped to
@@ -38,6 +38,6 @@ struct ComplementTable {
   void (*cmy)(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept;
   void (*cmyk)(uint8_t* pixels, size_t count, int32_t byte_max, bool with_sum0) noexcept;
 };
-extern KernelFamily<ComplementTable, 3> complement_kernels;
+extern KernelFamily<ComplementTable> complement_kernels;
 
 }  // namespace vek

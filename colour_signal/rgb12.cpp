@@ -11,7 +11,9 @@
 // address) is trusted with all `Width` groups.
 #include "colour_signal/rgb12.h"
 
+#if VEK_X86
 #include <immintrin.h>
+#endif
 
 #include <cstring>
 
@@ -46,6 +48,7 @@ void rgb12_to_rgb8_scalar(const uint8_t* in, uint8_t* out, size_t groups) noexce
   }
 }
 
+#if VEK_X86
 namespace {
 // Each 64-bit lane holds two packed triples in its bytes 0..5 (bytes 6 and 7
 // are ignored); the lane's low four bytes become their four output bytes and
@@ -173,12 +176,15 @@ namespace {
   _mm256_zeroupper();  // the twin may be compiled to legacy SSE code
   rgb12_to_rgb8_scalar(in, out, groups - g);
 }
+#endif
 
-constinit KernelFamily<Rgb12Table, 4> rgb12_kernels{{{
+constinit KernelFamily<Rgb12Table> rgb12_kernels{
+#if VEK_X86
     {Level::AVX2, {rgb12_to_rgb8_avx2}},
     {Level::SSSE3, {rgb12_to_rgb8_ssse3}},
     {Level::SSE2, {rgb12_to_rgb8_sse2}},
+#endif
     {Level::Scalar, {rgb12_to_rgb8_scalar}},
-}}};
+};
 
 }  // namespace vek

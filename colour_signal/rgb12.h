@@ -21,6 +21,6 @@ void rgb12_to_rgb8_avx2(const uint8_t* in, uint8_t* out, size_t groups) noexcept
 struct Rgb12Table {
   void (*convert)(const uint8_t* in, uint8_t* out, size_t groups) noexcept;
 };
-extern KernelFamily<Rgb12Table, 4> rgb12_kernels;
+extern KernelFamily<Rgb12Table> rgb12_kernels;
 
 }  // namespace vek

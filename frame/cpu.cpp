@@ -1,6 +1,8 @@
-#include "frame/cpu.h"
+#include "frame/target.h"
 
+#if VEK_X86
 #include <cpuid.h>
+#endif
 
 #include <atomic>
 
@@ -13,6 +15,7 @@ std::atomic<uint32_t> detected_levels{0};
 
 uint32_t bit(Level level) { return 1u << static_cast<uint32_t>(level); }
 
+#if VEK_X86
 // The OS saves the YMM (and for AVX-512 the opmask and ZMM) state.
 uint64_t enabled_register_state() {
   uint32_t eax = 0, edx = 0;
@@ -35,6 +38,9 @@ uint32_t detect() {
   if (avx2 && (ecx & bit_GFNI)) levels |= bit(Level::GFNI);
   return levels;
 }
+#else
+uint32_t detect() { return kDetected | bit(Level::Scalar) | bit(Level::NEON); }
+#endif
 
 }  // namespace
 
@@ -46,6 +52,7 @@ const char* level_name(Level level) {
     case Level::AVX2: return "avx2";
     case Level::AVX512: return "avx512";
     case Level::GFNI: return "gfni";
+    case Level::NEON: return "neon";
   }
   return "?";
 }

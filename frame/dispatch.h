@@ -1,20 +1,27 @@
 // Kernel families: one table of function pointers per level, in order of
 // preference, and the best level this CPU runs, chosen on first use and kept
 // in a relaxed atomic. Tests and benchmarks walk `levels()` to run every
-// level the CPU has; the plug-in calls `best()`.
+// level the CPU has; the plug-in calls `best()`. A family lists the levels
+// of the target it is built for (frame/target.h), its scalar twin last:
 //
 //   struct InvertTable { void (*invert)(uint8_t*, size_t) noexcept; };
-//   constinit KernelFamily<InvertTable, 3> invert_kernels{{{
-//       {Level::AVX2, {invert_avx2}}, {Level::SSE2, {invert_sse2}}, {Level::Scalar, {invert_scalar}}}}};
+//   constinit KernelFamily<InvertTable> invert_kernels{
+//   #if VEK_X86
+//       {Level::AVX2, {invert_avx2}}, {Level::SSE2, {invert_sse2}},
+//   #else
+//       {Level::NEON, {invert_neon}},
+//   #endif
+//       {Level::Scalar, {invert_scalar}}};
 //   invert_kernels.best().invert(data, size);
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <initializer_list>
 #include <span>
 
-#include "frame/cpu.h"
+#include "frame/target.h"
 
 namespace vek {
 
@@ -24,18 +31,20 @@ struct KernelLevel {
   Table table;
 };
 
-template <typename Table, size_t N>
+template <typename Table>
 class KernelFamily {
  public:
-  constexpr explicit KernelFamily(std::array<KernelLevel<Table>, N> levels) : levels_(levels) {}
+  constexpr KernelFamily(std::initializer_list<KernelLevel<Table>> levels) {
+    for (const KernelLevel<Table>& level : levels) levels_[count_++] = level;
+  }
 
   // The first level of the list this CPU runs; the last level must be one
   // every CPU runs.
   const Table& best() {
     const KernelLevel<Table>* chosen = chosen_.load(std::memory_order_relaxed);
     if (chosen == nullptr) {
-      chosen = &levels_[N - 1];
-      for (const KernelLevel<Table>& candidate : levels_) {
+      chosen = &levels_[count_ - 1];
+      for (const KernelLevel<Table>& candidate : levels()) {
         if (cpu_has(candidate.level)) {
           chosen = &candidate;
           break;
@@ -46,10 +55,11 @@ class KernelFamily {
     return chosen->table;
   }
 
-  std::span<const KernelLevel<Table>> levels() const { return levels_; }
+  std::span<const KernelLevel<Table>> levels() const { return {levels_.data(), count_}; }
 
  private:
-  std::array<KernelLevel<Table>, N> levels_;
+  std::array<KernelLevel<Table>, 8> levels_{};
+  size_t count_ = 0;
   std::atomic<const KernelLevel<Table>*> chosen_{nullptr};
 };
 

@@ -7,6 +7,7 @@
 #include "frame/host_services.h"
 #include "frame/modules.h"
 #include "frame/tables.h"
+#include "frame/target.h"
 
 namespace {
 int32_t record_version_for_host() {
@@ -37,7 +38,7 @@ void register_class(REALclassDefinition* definition, void (*registrar)(REALclass
 }
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) void REALPluginMain(REALResolver resolver) {
+VEK_EXPORT void REALPluginMain(REALResolver resolver) {
   connect_host(resolver);
   if (resolver == nullptr) return;
   // Asked for once, here, and not kept.

@@ -17,7 +17,9 @@
 // written before it.
 #include "numeric/minmax.h"
 
+#if VEK_X86
 #include <immintrin.h>
+#endif
 
 #include <cstring>
 #include <type_traits>
@@ -40,6 +42,7 @@ void minmax_scalar(uint8_t* dst, const uint8_t* first, const uint8_t* second, si
   }
 }
 
+#if VEK_X86
 __m128i select(__m128i mask, __m128i if_set, __m128i if_clear) {
   return _mm_or_si128(_mm_and_si128(mask, if_set), _mm_andnot_si128(mask, if_clear));
 }
@@ -197,12 +200,14 @@ template <class T, Extreme E>
   _mm256_zeroupper();
   minmax_scalar<T, E>(dst + at, first + at, second + at, (bytes - at) / sizeof(T));
 }
+#endif
 
 template <Extreme E>
 constexpr std::array<MinMaxKernel, 8> scalar_kernels{
     &minmax_scalar<uint8_t, E>,  &minmax_scalar<int8_t, E>,  &minmax_scalar<uint16_t, E>, &minmax_scalar<int16_t, E>,
     &minmax_scalar<uint32_t, E>, &minmax_scalar<int32_t, E>, &minmax_scalar<uint64_t, E>, &minmax_scalar<int64_t, E>};
 
+#if VEK_X86
 template <Extreme E>
 constexpr std::array<MinMaxKernel, 8> sse2_kernels{
     &minmax_sse2<uint8_t, E>,  &minmax_sse2<int8_t, E>,  &minmax_sse2<uint16_t, E>, &minmax_sse2<int16_t, E>,
@@ -212,13 +217,16 @@ template <Extreme E>
 constexpr std::array<MinMaxKernel, 8> avx2_kernels{
     &minmax_avx2<uint8_t, E>,  &minmax_avx2<int8_t, E>,  &minmax_avx2<uint16_t, E>, &minmax_avx2<int16_t, E>,
     &minmax_avx2<uint32_t, E>, &minmax_avx2<int32_t, E>, &minmax_avx2<uint64_t, E>, &minmax_avx2<int64_t, E>};
+#endif
 }  // namespace
 
-constinit KernelFamily<MinMaxTable, 3> minmax_kernels{{{
+constinit KernelFamily<MinMaxTable> minmax_kernels{
+#if VEK_X86
     {Level::AVX2, {avx2_kernels<Extreme::Min>, avx2_kernels<Extreme::Max>}},
     {Level::SSE2, {sse2_kernels<Extreme::Min>, sse2_kernels<Extreme::Max>}},
+#endif
     {Level::Scalar, {scalar_kernels<Extreme::Min>, scalar_kernels<Extreme::Max>}},
-}}};
+};
 
 MinMaxKernel minmax_kernel(const MinMaxTable& table, int32_t bitSize, bool isSigned, Extreme extreme) noexcept {
   size_t slot;

@@ -27,7 +27,7 @@ struct MinMaxTable {
   std::array<MinMaxKernel, 8> max;
 };
 
-extern constinit KernelFamily<MinMaxTable, 3> minmax_kernels;
+extern constinit KernelFamily<MinMaxTable> minmax_kernels;
 
 // The kernel of `table` for an element of `bitSize` bits (8, 16, 32 or 64),
 // signed or not; null for any other bitSize.

@@ -16,7 +16,9 @@
 // the block.
 #include "numeric/scaling.h"
 
+#if VEK_X86
 #include <immintrin.h>
+#endif
 
 #include <cmath>
 #include <cstring>
@@ -52,6 +54,7 @@ uint8_t wrapped_u8(int value, double factor) {
 // wrapping.
 void build_scale_u8_table(double factor, uint8_t* table) {
   const bool holds = factor >= 1.0;
+#if VEK_X86
   if (holds || std::fabs(factor) < 0x1p23 || std::isnan(factor)) {
     const __m128d wide_factor = _mm_set1_pd(factor);
     const __m128d two = _mm_set1_pd(2.0);
@@ -65,6 +68,7 @@ void build_scale_u8_table(double factor, uint8_t* table) {
     }
     return;
   }
+#endif
   if (holds) {
     for (int v = 0; v < 256; v += 2) {
       table[v] = saturated_u8(v, factor);
@@ -142,6 +146,7 @@ bool find_product_rule(double factor, const uint8_t* table, ProductRule& rule) {
   return false;
 }
 
+#if VEK_X86
 // 16 bytes by the rule. SSE2 has no unsigned 16-bit minimum: h - (h -sat 255) is one.
 inline __m128i apply_rule_sse2(__m128i x, __m128i multiplier, __m128i shift, __m128i keep, __m128i negate) {
   const __m128i zero = _mm_setzero_si128();
@@ -170,6 +175,7 @@ void scale_by_rule_sse2(uint8_t* data, size_t count, const ProductRule& rule, co
   // remainder: fewer than 16 bytes, one lookup each
   for (; at < count; ++at) data[at] = table[data[at]];
 }
+#endif
 
 using ByRule = void (*)(uint8_t* data, size_t count, const ProductRule& rule, const uint8_t* table);
 using ByTable = void (*)(uint8_t* data, size_t count, const uint8_t* table);
@@ -201,10 +207,13 @@ void scale_u8_table(uint8_t* data, size_t count, double factor) noexcept {
   scale_u8_planned(data, count, factor, nullptr, lookup_table);
 }
 
+#if VEK_X86
 void scale_u8_sse2(uint8_t* data, size_t count, double factor) noexcept {
   scale_u8_planned(data, count, factor, scale_by_rule_sse2, lookup_table);
 }
+#endif
 
+#if VEK_X86
 // Any table, as 16 slices of 16 entries for the shuffle levels, each slice
 // XORed with the one before it within its half of the table (slices 0 and 8
 // stay as they are). A byte x below 128 is looked up in slices 0, 1, 2, ...
@@ -336,14 +345,17 @@ void scale_by_any_rule_avx2(uint8_t* data, size_t count, const ProductRule& rule
 void scale_u8_avx2(uint8_t* data, size_t count, double factor) noexcept {
   scale_u8_planned(data, count, factor, scale_by_any_rule_avx2, lookup_table_avx2);
 }
+#endif
 }  // namespace
 
-constinit KernelFamily<ScaleTable, 4> scale_u8_kernels{{{
+constinit KernelFamily<ScaleTable> scale_u8_kernels{
+#if VEK_X86
     {Level::AVX2, {scale_u8_avx2}},
     {Level::SSSE3, {scale_u8_ssse3}},
     {Level::SSE2, {scale_u8_sse2}},
+#endif
     {Level::Scalar, {scale_u8_table}},
-}}};
+};
 }  // namespace vek
 
 void MultiplyUInt8VEK(REALmemoryBlock block, double factor, int32_t offsetByte, int32_t lengthBytes) {
@@ -374,6 +386,7 @@ void scale_u16_scalar(uint8_t* data, size_t count, double factor) noexcept {
 }
 
 namespace {
+#if VEK_X86
 
 // Four values in 32-bit lanes, two per double multiply. max(p, 0) turns the
 // product 0 times infinity (not a number) into 0 and min holds at 65535, so
@@ -506,13 +519,16 @@ template <Clamp C>
   else if (factor < HUGE_VAL) scale_u16_clamped_avx2<Clamp::Top>(data, count, factor);
   else scale_u16_clamped_avx2<Clamp::Both>(data, count, factor);
 }
+#endif
 }  // namespace
 
-constinit KernelFamily<ScaleTable, 3> scale_u16_kernels{{{
+constinit KernelFamily<ScaleTable> scale_u16_kernels{
+#if VEK_X86
     {Level::AVX2, {scale_u16_avx2}},
     {Level::SSE2, {scale_u16_sse2}},
+#endif
     {Level::Scalar, {scale_u16_scalar}},
-}}};
+};
 }  // namespace vek
 
 void MultiplyUInt16VEK(REALmemoryBlock block, double factor, int32_t offsetByte, int32_t lengthBytes) {

@@ -36,7 +36,7 @@ struct ScaleTable {
   void (*scale)(uint8_t* data, size_t count, double factor) noexcept;
 };
 
-extern constinit KernelFamily<ScaleTable, 4> scale_u8_kernels;
-extern constinit KernelFamily<ScaleTable, 3> scale_u16_kernels;
+extern constinit KernelFamily<ScaleTable> scale_u8_kernels;
+extern constinit KernelFamily<ScaleTable> scale_u16_kernels;
 
 }  // namespace vek

@@ -36,7 +36,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/cpu.h"
+#include "frame/target.h"
 #include "frame/dispatch.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/sweep.h"
@@ -157,8 +157,8 @@ void expect_level_matches_twin(const char* level, const Table& table, const Tabl
 
 // The row of a kernel family: <suite>.MatchesTwin/<level> for every level,
 // and a test that the adapters' choice is the first level the CPU runs.
-template <class Table, size_t N>
-bool family(const std::string& suite, vek::KernelFamily<Table, N>& kernels, Table twin,
+template <class Table>
+bool family(const std::string& suite, vek::KernelFamily<Table>& kernels, Table twin,
             std::type_identity_t<Maker<Table>> make) {
   struct FunctionTest : testing::Test {
     explicit FunctionTest(std::function<void()> body) : body(std::move(body)) {}
