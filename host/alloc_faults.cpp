@@ -1,10 +1,14 @@
 #include "host/alloc_faults.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
+#endif
 
 #include <atomic>
 #include <cerrno>
@@ -15,22 +19,6 @@
 #include <set>
 
 namespace {
-
-// The relocations that fill a slot with a function's address: a PLT slot, and
-// the GOT entry used when the library takes the address or is built without PLT.
-#if defined(__x86_64__)
-constexpr unsigned kJumpSlot = R_X86_64_JUMP_SLOT;
-constexpr unsigned kGlobalData = R_X86_64_GLOB_DAT;
-unsigned relocationType(ElfW(Xword) info) { return ELF64_R_TYPE(info); }
-size_t relocationSymbol(ElfW(Xword) info) { return ELF64_R_SYM(info); }
-#elif defined(__i386__)
-constexpr unsigned kJumpSlot = R_386_JMP_SLOT;
-constexpr unsigned kGlobalData = R_386_GLOB_DAT;
-unsigned relocationType(ElfW(Word) info) { return ELF32_R_TYPE(info); }
-size_t relocationSymbol(ElfW(Word) info) { return ELF32_R_SYM(info); }
-#else
-#error "relocation slots are patched on x86-64 and i386 only"
-#endif
 
 std::atomic<int> allocationCount{0};
 std::atomic<int> failingAllocation{0};  // 0: none
@@ -73,6 +61,62 @@ void* replacementFor(const char* name) {
   if (std::strcmp(name, "realloc") == 0) return reinterpret_cast<void*>(&countingRealloc);
   return nullptr;
 }
+
+}  // namespace
+
+#if defined(_WIN32)
+// The DLL's import address table: each imported function's slot, named by
+// the lookup table beside it.
+int AllocFaults::install(void* dlHandle) {
+  auto* base = static_cast<uint8_t*>(dlHandle);
+  if (base == nullptr) return 0;
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  if (dos->e_magic != IMAGE_DOS_SIGNATURE) return 0;
+  const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const IMAGE_DATA_DIRECTORY& imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  if (imports.VirtualAddress == 0) return 0;
+  std::set<void*> patched;
+  for (auto* library = reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + imports.VirtualAddress);
+       library->Name != 0; ++library) {
+    const DWORD lookup = library->OriginalFirstThunk != 0 ? library->OriginalFirstThunk : library->FirstThunk;
+    auto* names = reinterpret_cast<const IMAGE_THUNK_DATA*>(base + lookup);
+    auto* slots = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
+    for (; names->u1.AddressOfData != 0; ++names, ++slots) {
+      if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal)) continue;
+      const auto* named = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
+      void* replacement = replacementFor(reinterpret_cast<const char*>(named->Name));
+      if (replacement == nullptr) continue;
+      DWORD protection;
+      if (!VirtualProtect(&slots->u1.Function, sizeof(void*), PAGE_READWRITE, &protection)) continue;
+      slots->u1.Function = reinterpret_cast<ULONG_PTR>(replacement);
+      VirtualProtect(&slots->u1.Function, sizeof(void*), protection, &protection);
+      patched.insert(&slots->u1.Function);
+    }
+  }
+  return static_cast<int>(patched.size());
+}
+#else
+namespace {
+// The relocations that fill a slot with a function's address: a PLT slot, and
+// the GOT entry used when the library takes the address or is built without PLT.
+#if defined(__x86_64__)
+constexpr unsigned kJumpSlot = R_X86_64_JUMP_SLOT;
+constexpr unsigned kGlobalData = R_X86_64_GLOB_DAT;
+unsigned relocationType(ElfW(Xword) info) { return ELF64_R_TYPE(info); }
+size_t relocationSymbol(ElfW(Xword) info) { return ELF64_R_SYM(info); }
+#elif defined(__i386__)
+constexpr unsigned kJumpSlot = R_386_JMP_SLOT;
+constexpr unsigned kGlobalData = R_386_GLOB_DAT;
+unsigned relocationType(ElfW(Word) info) { return ELF32_R_TYPE(info); }
+size_t relocationSymbol(ElfW(Word) info) { return ELF32_R_SYM(info); }
+#elif defined(__aarch64__)
+constexpr unsigned kJumpSlot = R_AARCH64_JUMP_SLOT;
+constexpr unsigned kGlobalData = R_AARCH64_GLOB_DAT;
+unsigned relocationType(ElfW(Xword) info) { return ELF64_R_TYPE(info); }
+size_t relocationSymbol(ElfW(Xword) info) { return ELF64_R_SYM(info); }
+#else
+#error "relocation slots are patched on x86-64, i386 and ARM64"
+#endif
 
 struct Image {
   ElfW(Addr) base = 0;
@@ -170,6 +214,8 @@ int AllocFaults::install(void* dlHandle) {
   patchRelocations<ElfW(Rela)>(rela, relaBytes, image);
   return static_cast<int>(image.patchedSlots.size());
 }
+
+#endif
 
 void AllocFaults::armFailure(int k) {
   failingAllocation.store(k > 0 ? allocationCount.load(std::memory_order_relaxed) + k : 0,

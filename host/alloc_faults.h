@@ -1,8 +1,8 @@
 // Fails the plug-in's own malloc, calloc or realloc on request.
 //
-// install() redirects the relocation slots through which the loaded plug-in
-// calls those three functions to counting wrappers that forward to the
-// process's allocator. Nothing else in the process is touched, free nowhere,
+// install() redirects the slots through which the loaded plug-in calls those
+// three functions (its ELF relocation slots, or a DLL's import address
+// table) to counting wrappers that forward to the process's allocator. Nothing else in the process is touched, free nowhere,
 // which is what lets this run beside AddressSanitizer, whose allocator owns
 // the process-wide malloc.
 //

@@ -1,29 +1,8 @@
 #include "host/loaded_plugin.h"
 
-#include <dlfcn.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
-namespace {
-// A private copy, so that each load gets its own cache cells and tables.
-std::string copy_library(const char* path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw std::runtime_error(std::string("cannot read ") + path);
-  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  char name[] = "/tmp/vekplugin-XXXXXX.so";
-  int fd = mkstemps(name, 3);
-  if (fd < 0) throw std::runtime_error("cannot make a copy of the plug-in");
-  bool written = write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-  close(fd);
-  if (!written) throw std::runtime_error("cannot write a copy of the plug-in");
-  return name;
-}
-}  // namespace
+#include "host/os.h"
 
 std::string without_class_parameter(std::string declaration) {
   for (std::string_view parameter : {"extends ref as MemoryBlock, ", "(extends ref as MemoryBlock)"}) {
@@ -34,16 +13,13 @@ std::string without_class_parameter(std::string declaration) {
 }
 
 LoadedPlugin::LoadedPlugin(const char* path) {
-  std::string copy = copy_library(path);
-  dl_ = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
-  unlink(copy.c_str());
-  if (dl_ == nullptr) throw std::runtime_error(std::string("dlopen: ") + dlerror());
-  entry_ = dlsym(dl_, "REALPluginMain");
+  dl_ = os::load_library_copy(path);
+  entry_ = os::library_symbol(dl_, "REALPluginMain");
   if (entry_ == nullptr) throw std::runtime_error("the plug-in has no REALPluginMain");
 }
 
 void* LoadedPlugin::symbol_address(const char* name) const {
-  void* address = dlsym(dl_, name);
+  void* address = os::library_symbol(dl_, name);
   if (address == nullptr) throw std::runtime_error(std::string("no symbol ") + name);
   return address;
 }

@@ -3,8 +3,6 @@
 // the plug-in's records. Nothing outside host/ includes this.
 #pragma once
 
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstdio>
@@ -12,6 +10,7 @@
 #include <utility>
 #include <variant>
 
+#include "host/os.h"
 #include "host/sim_host.h"
 
 namespace sim {
@@ -105,22 +104,21 @@ struct alignas(16) SimHost::RecordCell {
   std::byte bytes[16];
 };
 
-// Block and raw storage: [PROT_NONE page][data pages][PROT_NONE page], with
+// Block and raw storage: [guard page][data pages][guard page], with
 // the data flush against the guard the placement names. Empty storage points
 // at the boundary between the two guards, so that any access faults.
 class SimHost::GuardedStorage {
  public:
   static std::optional<GuardedStorage> map(size_t size, Placement placement) {
-    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t page = os::page_size();
     if (size > SIZE_MAX - 3 * page) return std::nullopt;
     const size_t dataBytes = (size + page - 1) / page * page;
     const size_t length = dataBytes + 2 * page;
-    // NORESERVE: a test may ask for a block of nearly 2 GiB and touch a few bytes.
-    void* base = mmap(nullptr, length, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (base == MAP_FAILED) return std::nullopt;
+    void* base = os::reserve_pages(length);
+    if (base == nullptr) return std::nullopt;
     uint8_t* first = static_cast<uint8_t*>(base) + page;
-    if (dataBytes != 0 && mprotect(first, dataBytes, PROT_READ | PROT_WRITE) != 0) {
-      munmap(base, length);
+    if (dataBytes != 0 && !os::open_pages(first, dataBytes)) {
+      os::release_pages(base, length);
       return std::nullopt;
     }
     uint8_t* data = placement == Placement::GuardAfter ? first + dataBytes - size : first;
@@ -131,7 +129,7 @@ class SimHost::GuardedStorage {
       : base_(std::exchange(other.base_, nullptr)), length_(other.length_), data_(other.data_) {}
   GuardedStorage& operator=(GuardedStorage&&) = delete;
   ~GuardedStorage() {
-    if (base_ != nullptr) munmap(base_, length_);
+    if (base_ != nullptr) os::release_pages(base_, length_);
   }
 
   uint8_t* data() const { return data_; }

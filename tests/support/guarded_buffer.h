@@ -1,35 +1,30 @@
 // Buffers for kernel tests: `size` bytes whose last byte sits right before a
-// PROT_NONE page (or whose first byte sits right after one), so that a kernel
-// reading or writing one byte outside its range faults.
+// page that faults when touched (or whose first byte sits right after one),
+// so that a kernel reading or writing one byte outside its range faults.
 #pragma once
-
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+
+#include "host/os.h"
 
 enum class GuardSide { After, Before };
 
 class GuardedBuffer {
  public:
   GuardedBuffer(size_t size, GuardSide side = GuardSide::After) : size_(size) {
-    size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    size_t data_pages = (size + page - 1) / page;
+    const size_t page = os::page_size();
+    const size_t data_pages = (size + page - 1) / page;
     length_ = (data_pages + 1) * page;
-    void* map = mmap(nullptr, length_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (map == MAP_FAILED) throw std::runtime_error("mmap failed");
-    base_ = static_cast<uint8_t*>(map);
-    if (side == GuardSide::After) {
-      mprotect(base_ + data_pages * page, page, PROT_NONE);
-      data_ = base_ + data_pages * page - size;
-    } else {
-      mprotect(base_, page, PROT_NONE);
-      data_ = base_ + page;
+    base_ = static_cast<uint8_t*>(os::reserve_pages(length_));
+    uint8_t* first = side == GuardSide::After ? base_ : base_ + page;
+    if (base_ == nullptr || (data_pages != 0 && !os::open_pages(first, data_pages * page))) {
+      throw std::runtime_error("no pages for a guarded buffer");
     }
+    data_ = side == GuardSide::After ? first + data_pages * page - size : first;
   }
-  ~GuardedBuffer() { munmap(base_, length_); }
+  ~GuardedBuffer() { os::release_pages(base_, length_); }
   GuardedBuffer(const GuardedBuffer&) = delete;
   GuardedBuffer& operator=(const GuardedBuffer&) = delete;
 

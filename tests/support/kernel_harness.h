@@ -111,7 +111,7 @@ inline void print_current_call(int) {
 template <class Table>
 void expect_level_matches_twin(const char* level, const Table& table, const Table& twin, const Maker<Table>& make) {
   signal(SIGSEGV, print_current_call);
-  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t page = os::page_size();
   std::vector<std::unique_ptr<GuardedBuffer>> arenas;  // per buffer and side, reused while big enough
   Random random(7);
   for (size_t k = 0; k <= 302; ++k) {
