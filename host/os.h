@@ -5,6 +5,9 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace os {
 
@@ -25,5 +28,18 @@ void release_pages(void* address, size_t length);
 void* load_library_copy(const char* path);
 // An exported symbol of a loaded library, or nullptr.
 void* library_symbol(void* library, const char* name);
+
+// The running program's path, and the plug-in's file name on this system.
+std::string executable_path();
+#if defined(_WIN32)
+inline constexpr const char* kPluginFileName = "memoryblockvek.dll";
+#else
+inline constexpr const char* kPluginFileName = "libmemoryblockvek.so";
+#endif
+
+// Text in one encoding in another: "ASCII", "UTF-8", "UTF-16LE", "UTF-32LE",
+// "CP1252" or "MACINTOSH" (Mac Roman). nullopt when a character has no place
+// in the target encoding or the text is malformed.
+std::optional<std::string> convert_text(std::string_view text, const char* from, const char* to);
 
 }  // namespace os

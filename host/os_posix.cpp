@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <iconv.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -40,5 +41,26 @@ void* load_library_copy(const char* path) {
 }
 
 void* library_symbol(void* library, const char* name) { return dlsym(library, name); }
+
+std::string executable_path() {
+  char self[4096];
+  const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  return n <= 0 ? std::string() : std::string(self, static_cast<size_t>(n));
+}
+
+std::optional<std::string> convert_text(std::string_view text, const char* from, const char* to) {
+  iconv_t converter = iconv_open(to, from);
+  if (converter == reinterpret_cast<iconv_t>(-1)) return std::nullopt;
+  std::string out(text.size() * 4, '\0');  // no source unit grows past four bytes
+  char* in = const_cast<char*>(text.data());
+  size_t inLeft = text.size();
+  char* outNext = out.data();
+  size_t outLeft = out.size();
+  const size_t result = inLeft == 0 ? 0 : iconv(converter, &in, &inLeft, &outNext, &outLeft);
+  iconv_close(converter);
+  if (result == static_cast<size_t>(-1)) return std::nullopt;  // unmappable or malformed
+  out.resize(out.size() - outLeft);
+  return out;
+}
 
 }  // namespace os

@@ -1,10 +1,9 @@
 // Text for the simulated host: conversion between the host's encodings and
 // the printable forms of the ledger's messages.
-#include <iconv.h>
-
 #include <bit>
 #include <cstdio>
 
+#include "host/os.h"
 #include "host/sim_host_objects.h"
 
 static_assert(std::endian::native == std::endian::little,
@@ -12,7 +11,7 @@ static_assert(std::endian::native == std::endian::little,
 
 namespace sim {
 namespace {
-const char* iconvName(uint32_t encoding) {
+const char* encodingName(uint32_t encoding) {
   switch (encoding) {
     case kEncodingMacRoman: return "MACINTOSH";
     case kEncodingUTF16: return "UTF-16LE";
@@ -29,21 +28,10 @@ const char* iconvName(uint32_t encoding) {
 // Text without a stated encoding is taken byte for byte, in either direction.
 std::optional<std::string> convertText(std::string_view text, uint32_t from, uint32_t to) {
   if (from == to || from == kEncodingUnknown || to == kEncodingUnknown) return std::string(text);
-  const char* fromName = iconvName(from);
-  const char* toName = iconvName(to);
+  const char* fromName = encodingName(from);
+  const char* toName = encodingName(to);
   if (fromName == nullptr || toName == nullptr) return std::nullopt;
-  iconv_t converter = iconv_open(toName, fromName);
-  if (converter == reinterpret_cast<iconv_t>(-1)) return std::nullopt;
-  std::string out(text.size() * 4, '\0');  // no source unit grows past four bytes
-  char* in = const_cast<char*>(text.data());
-  size_t inLeft = text.size();
-  char* outNext = out.data();
-  size_t outLeft = out.size();
-  const size_t result = inLeft == 0 ? 0 : iconv(converter, &in, &inLeft, &outNext, &outLeft);
-  iconv_close(converter);
-  if (result == static_cast<size_t>(-1)) return std::nullopt;  // unmappable or malformed
-  out.resize(out.size() - outLeft);
-  return out;
+  return os::convert_text(text, fromName, toName);
 }
 
 std::string hexAddress(const void* address) {

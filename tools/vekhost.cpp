@@ -11,8 +11,6 @@
 //
 // PLUGIN defaults to the libmemoryblockvek.so of the build folder this
 // vekhost was built in.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -22,6 +20,7 @@
 #include <vector>
 
 #include "host/loaded_plugin.h"
+#include "host/os.h"
 #include "host/sim_host.h"
 #include "tools/call.h"
 #include "tools/tour.h"
@@ -34,13 +33,15 @@ struct Options {
   std::string plugin;
 };
 
+// The plug-in of the build this program belongs to: .../build/x64/tools/vekhost
+// loads .../build/x64/libmemoryblockvek.so.
 std::string default_plugin() {
-  char self[4096];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  if (n <= 0) return "libmemoryblockvek.so";
-  std::string path(self, static_cast<size_t>(n));
-  path = path.substr(0, path.rfind('/'));        // .../build/x64/tools
-  return path.substr(0, path.rfind('/')) + "/libmemoryblockvek.so";
+  std::string path = os::executable_path();
+  for (int up = 0; up < 2; ++up) {
+    const size_t slash = path.find_last_of("/\\");
+    path = slash == std::string::npos ? std::string() : path.substr(0, slash);
+  }
+  return path.empty() ? os::kPluginFileName : path + "/" + os::kPluginFileName;
 }
 
 int usage() {
