@@ -11,8 +11,9 @@
 #include "frame/modules.h"
 #include "frame/rb_bytes.h"
 #include "frame/rb_text.h"
+#include "frame/target.h"
 
-#define PROBE extern "C" __attribute__((visibility("default")))
+#define PROBE VEK_EXPORT
 
 // Connects the copy to a host without registering anything.
 PROBE void probe_connect(REALResolver resolver, double version) {
