@@ -41,6 +41,17 @@ enum class Placement {
 
 enum class NewBlockFailure { None, ReturnNull, ThrowBadAlloc };
 
+// Whether a failing service throws std::bad_alloc into the plug-in. A DLL
+// carries its own GCC runtime, which cannot catch what the host's runtime
+// throws (on Windows x86 it cannot even unwind through it), and a real
+// Windows host never throws into a plug-in: there a failing service gives its
+// null result, as a C host's does, and ThrowBadAlloc gives nil too.
+#if defined(_WIN32)
+inline constexpr bool kServicesThrow = false;
+#else
+inline constexpr bool kServicesThrow = true;
+#endif
+
 struct HostConfig {
   std::optional<double> version = 3000.0;  // nullopt: "REALGetRBVersion" is missing
   std::set<std::string, std::less<>> missing = {};  // names the resolver answers with null
@@ -49,7 +60,8 @@ struct HostConfig {
   // followed by a non-zero byte instead of a 0; the byte stays readable.
   bool unterminatedText = false;
   // String services ("REALBuildString", "REALBuildStringWithEncoding",
-  // "REALConvertString") that throw std::bad_alloc when called.
+  // "REALConvertString") that fail when called: they throw std::bad_alloc
+  // where kServicesThrow, else give nil.
   std::set<std::string, std::less<>> throwing = {};
 };
 

@@ -81,7 +81,7 @@ struct SimHost::Services {
     if (h.newBlockFailure_ != NewBlockFailure::None) {
       if (h.newBlockSuccessesLeft_ > 0) {
         --h.newBlockSuccessesLeft_;
-      } else if (h.newBlockFailure_ == NewBlockFailure::ThrowBadAlloc) {
+      } else if (h.newBlockFailure_ == NewBlockFailure::ThrowBadAlloc && kServicesThrow) {
         throw std::bad_alloc();
       } else {
         return nullptr;
@@ -122,17 +122,20 @@ struct SimHost::Services {
     ++object->pluginHeld;
   }
 
-  static void throwIfAsked(const char* service) {
-    if (host().config_.throwing.count(service) != 0) throw std::bad_alloc();
+  // Whether the test made this service fail (see HostConfig::throwing).
+  static bool failsAsked(const char* service) {
+    if (host().config_.throwing.count(service) == 0) return false;
+    if constexpr (kServicesThrow) throw std::bad_alloc();
+    return true;
   }
 
   static REALstring buildString(const void* bytes, int32_t length) {
-    throwIfAsked("REALBuildString");
+    if (failsAsked("REALBuildString")) return nullptr;
     return makeBuiltString(bytes, length, kEncodingUnknown);
   }
 
   static REALstring buildStringWithEncoding(const void* bytes, int32_t length, uint32_t encoding) {
-    throwIfAsked("REALBuildStringWithEncoding");
+    if (failsAsked("REALBuildStringWithEncoding")) return nullptr;
     return makeBuiltString(bytes, length, encoding);
   }
 
@@ -150,7 +153,7 @@ struct SimHost::Services {
   // A null source is part of the contract: the plug-in converts the result of
   // a build that may have failed.
   static REALstring convertString(REALstring handle, uint32_t encoding) {
-    throwIfAsked("REALConvertString");
+    if (failsAsked("REALConvertString")) return nullptr;
     if (handle == nullptr) return nullptr;
     SimHost& h = host();
     const auto* string = h.stateOf<Object::String>(handle, "REALConvertString");

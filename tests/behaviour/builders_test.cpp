@@ -154,6 +154,7 @@ TEST(BuildUnicodeString, HostThrowsWhileBuildingAndRaising) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.service);
+    if (row.encoding != 0 && !kServicesThrow) continue;  // no Windows host throws into a plug-in
     Probe p(row.version);
     if (row.encoding == 0) {
       p.fn<void(const char*, const char*)>("probe_raise")(row.service, row.text.c_str());
